@@ -13,7 +13,7 @@ namespace platform
 /// that the server sent and therefore belongs on the screen, not in a log.
 class LocalizedError : public std::exception
 {
-   public:
+public:
     virtual std::string errorDescription() const = 0;
 };
 

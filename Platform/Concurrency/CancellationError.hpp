@@ -8,7 +8,7 @@ namespace platform
 /// The one error of work that was cancelled, whoever cancelled it and wherever it was.
 class CancellationError final : public LocalizedError
 {
-   public:
+public:
     const char* what() const noexcept override { return "CancellationError"; }
     std::string errorDescription() const override { return "The operation was cancelled."; }
 

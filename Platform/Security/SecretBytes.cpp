@@ -121,7 +121,8 @@ void SecretBytes::swap(SecretBytes& other) noexcept
 
 bool operator==(const SecretBytes& left, const SecretBytes& right) noexcept
 {
-    return left.size_ == right.size_ && (left.size_ == 0 || CRYPTO_memcmp(left.data_, right.data_, left.size_) == 0);
+    return left.size_ == right.size_ &&
+           (left.size_ == 0 || CRYPTO_memcmp(left.data_, right.data_, left.size_) == 0);
 }
 
 }  // namespace platform

@@ -19,7 +19,7 @@ namespace platform
 /// Use one value from one thread at a time, as with `std::vector`.
 class SecretBytes
 {
-   public:
+public:
     SecretBytes() noexcept = default;
     explicit SecretBytes(std::span<const std::byte> bytes) { append(bytes); }
     SecretBytes(const SecretBytes& other) : SecretBytes(other.view()) {}
@@ -55,7 +55,7 @@ class SecretBytes
     /// Compares in a time that depends on the lengths alone.
     friend bool operator==(const SecretBytes& left, const SecretBytes& right) noexcept;
 
-   private:
+private:
     std::byte* data_ = nullptr;
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;
@@ -64,7 +64,7 @@ class SecretBytes
 /// `SecretBytes` that are text in UTF-8. Same rules.
 class SecretString
 {
-   public:
+public:
     SecretString() noexcept = default;
     explicit SecretString(std::string_view text) { append(text); }
     explicit SecretString(SecretBytes bytes) noexcept : bytes_(std::move(bytes)) {}
@@ -87,7 +87,7 @@ class SecretString
         return std::hash<std::string_view>{}(text.view());
     }
 
-   private:
+private:
     SecretBytes bytes_;
 };
 

@@ -1,0 +1,68 @@
+#include "Platform/Concurrency/MainActor.hpp"
+
+#include <boost/asio/execution.hpp>
+#include <boost/asio/execution_context.hpp>
+
+namespace platform
+{
+namespace
+{
+
+namespace execution = boost::asio::execution;
+
+/// What Asio asks of an executor, answered by a `MainActor`.
+class MainActorExecutor
+{
+public:
+    explicit MainActorExecutor(std::shared_ptr<MainActor> actor) : actor_(std::move(actor)) {}
+
+    boost::asio::execution_context& query(execution::context_t) const noexcept
+    {
+        // Asio keeps services of its own in a context; one that is never torn down serves all.
+        static auto& context = *new boost::asio::execution_context;
+        return context;
+    }
+
+    execution::blocking_t query(execution::blocking_t) const noexcept
+    {
+        return mayRunInline_ ? execution::blocking_t(execution::blocking.possibly)
+                             : execution::blocking_t(execution::blocking.never);
+    }
+
+    MainActorExecutor require(execution::blocking_t::possibly_t) const { return withInline(true); }
+    MainActorExecutor require(execution::blocking_t::never_t) const { return withInline(false); }
+
+    template <class Function>
+    void execute(Function function) const
+    {
+        if (mayRunInline_ && actor_->isCurrent())
+        {
+            function();
+            return;
+        }
+        auto shared = std::make_shared<Function>(std::move(function));
+        actor_->enqueue([shared] { (*shared)(); });
+    }
+
+    bool operator==(const MainActorExecutor&) const noexcept = default;
+
+private:
+    MainActorExecutor withInline(bool mayRunInline) const
+    {
+        auto copy = *this;
+        copy.mayRunInline_ = mayRunInline;
+        return copy;
+    }
+
+    std::shared_ptr<MainActor> actor_;
+    bool mayRunInline_ = true;
+};
+
+}  // namespace
+
+Executor executorOf(std::shared_ptr<MainActor> actor)
+{
+    return MainActorExecutor(std::move(actor));
+}
+
+}  // namespace platform

@@ -1,0 +1,218 @@
+#include "Platform/Concurrency/Actor.hpp"
+#include "Platform/Concurrency/Clock.hpp"
+#include "Platform/Concurrency/RunLoop.hpp"
+#include "Platform/Concurrency/Task.hpp"
+#include "Platform/Concurrency/WorkerThread.hpp"
+#include "tests/support/ManualClock.hpp"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+using namespace platform;
+
+namespace
+{
+
+/// A value that can neither be copied nor made from nothing.
+struct Parcel
+{
+    explicit Parcel(int content) : content(std::make_unique<int>(content)) {}
+    std::unique_ptr<int> content;
+};
+
+Awaitable<Parcel> parcel(int content)
+{
+    Parcel made(content);
+    co_return made;
+}
+
+Awaitable<int> failing()
+{
+    throw std::runtime_error("broken");
+    co_return 0;
+}
+
+Awaitable<int> waiting(std::shared_ptr<Clock> clock, int result)
+{
+    co_await clock->sleep(1'000'000'000);
+    co_return result;
+}
+
+/// Looks at its own argument before it looks for cancellation.
+Awaitable<int> checkingInOrder(bool valid)
+{
+    if (!valid)
+        throw std::invalid_argument("argument");
+    co_await checkCancellation();
+    co_return 1;
+}
+
+struct Concurrency : testing::Test
+{
+    std::shared_ptr<RunLoop> loop = std::make_shared<RunLoop>();
+    Executor main = executorOf(loop);
+    WorkerThread worker;
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+};
+
+}  // namespace
+
+TEST_F(Concurrency, WorkOnAnActorRunsThereAndItsCallerContinuesAtHome)
+{
+    struct Places
+    {
+        bool workOnMain = true;
+        bool callerOnMain = false;
+    };
+    auto work = [](std::shared_ptr<RunLoop> home) -> Awaitable<bool>
+    { co_return home->isCurrent(); };
+    auto caller = [](Actor actor, Awaitable<bool> inner,
+                     std::shared_ptr<RunLoop> home) -> Awaitable<Places>
+    {
+        Places places;
+        places.workOnMain = co_await actor.run(std::move(inner));
+        places.callerOnMain = home->isCurrent();
+        co_return places;
+    };
+
+    const auto places = runToEnd(loop, caller(Actor(worker.executor()), work(loop), loop));
+
+    EXPECT_FALSE(places.workOnMain);
+    EXPECT_TRUE(places.callerOnMain);
+}
+
+TEST_F(Concurrency, OutcomesCrossExecutorsWhateverTheirType)
+{
+    Actor actor(worker.executor());
+
+    EXPECT_EQ(*runToEnd(loop, actor.run(parcel(7))).content, 7);
+    EXPECT_THROW(runToEnd(loop, actor.run(failing())), std::runtime_error);
+    EXPECT_NO_THROW(runToEnd(loop, actor.run(checkCancellation())));
+}
+
+TEST_F(Concurrency, CancelledWorkKeepsTheOrderOfItsOwnChecks)
+{
+    auto caller = [](Actor actor, std::shared_ptr<Clock> time, bool valid) -> Awaitable<int>
+    {
+        auto ended = co_await detail::outcomeOf<int>(waiting(time, 0));
+        EXPECT_FALSE(ended.succeeded());
+        co_return co_await actor.run(checkingInOrder(valid));
+    };
+    for (const bool valid : {true, false})
+    {
+        auto task = Task<int>::start(main, caller(Actor(worker.executor()), clock, valid));
+        task.cancel();
+
+        if (valid)
+            EXPECT_THROW(runToEnd(loop, task.value()), CancellationError);
+        else
+            EXPECT_THROW(runToEnd(loop, task.value()), std::invalid_argument);
+    }
+}
+
+TEST_F(Concurrency, EveryAwaiterOfATaskGetsItsOutcome)
+{
+    auto task = Task<int>::start(main, waiting(clock, 5));
+    auto first = Task<int>::start(main, task.value());
+    auto second = Task<int>::start(main, task.value());
+    loop->runReady();
+    EXPECT_FALSE(task.finished());
+
+    clock->advance(1'000'000'000);
+    loop->runReady();
+
+    EXPECT_EQ(runToEnd(loop, first.value()), 5);
+    EXPECT_EQ(runToEnd(loop, second.value()), 5);
+    EXPECT_EQ(runToEnd(loop, task.value()), 5);
+}
+
+TEST_F(Concurrency, CancellingOneAwaiterLeavesTheTaskAndTheOthersAlone)
+{
+    auto task = Task<int>::start(main, waiting(clock, 5));
+    auto patient = Task<int>::start(main, task.value());
+    auto hasty = Task<int>::start(main, task.value());
+    loop->runReady();
+
+    hasty.cancel();
+    loop->runReady();
+    EXPECT_TRUE(hasty.finished());
+    EXPECT_FALSE(task.finished());
+    clock->advance(1'000'000'000);
+
+    EXPECT_THROW(runToEnd(loop, hasty.value()), CancellationError);
+    EXPECT_EQ(runToEnd(loop, patient.value()), 5);
+}
+
+TEST_F(Concurrency, ASleepEndsWithItsTimeOrWithItsCaller)
+{
+    auto slept = Task<int>::start(main, waiting(clock, 1));
+    auto cancelled = Task<int>::start(main, waiting(clock, 2));
+    auto cancelledBefore = Task<int>::start(main, waiting(clock, 3));
+    cancelledBefore.cancel();
+    loop->runReady();
+    clock->advance(999'999'999);
+    loop->runReady();
+    EXPECT_FALSE(slept.finished());
+
+    cancelled.cancel();
+    loop->runReady();
+    EXPECT_EQ(clock->timers(), 1u);
+    clock->advance(1);
+
+    EXPECT_EQ(runToEnd(loop, slept.value()), 1);
+    EXPECT_THROW(runToEnd(loop, cancelled.value()), CancellationError);
+    EXPECT_THROW(runToEnd(loop, cancelledBefore.value()), CancellationError);
+}
+
+TEST_F(Concurrency, TheSystemClockSleepsAndIsCancelledAcrossThreads)
+{
+    auto system = systemClock(worker.executor());
+    auto sleep = [](std::shared_ptr<Clock> ofClock, std::uint64_t time) -> Awaitable<void>
+    { co_await ofClock->sleep(time); };
+
+    EXPECT_NO_THROW(runToEnd(loop, sleep(system, 1)));
+    // The longest wait there is must neither wrap nor end.
+    auto endless = Task<void>::start(main, sleep(system, UINT64_MAX));
+    loop->runReady();
+    EXPECT_FALSE(endless.finished());
+    endless.cancel();
+    EXPECT_THROW(runToEnd(loop, endless.value()), CancellationError);
+}
+
+// Completion on one thread meets cancellation from another: each call ends once, and no frame is
+// used after its end. The sanitizers judge; the counts show that both ends occur or may occur.
+TEST_F(Concurrency, CancellationMeetsCompletion)
+{
+    Actor actor(worker.executor());
+    auto hop = [](Actor there, int rounds) -> Awaitable<int>
+    {
+        auto nothing = [](int value) -> Awaitable<int> { co_return value; };
+        int sum = 0;
+        for (int i = 0; i < rounds; ++i)
+        {
+            co_await checkCancellation();
+            sum += co_await there.run(nothing(1));
+        }
+        co_return sum;
+    };
+    int ended = 0;
+    constexpr int calls = 2'000;
+    for (int i = 0; i < calls; ++i)
+    {
+        auto task =
+            start<int>(main, actor.run(hop(actor, i % 7)), [&ended](Outcome<int>) { ++ended; });
+        if (i % 3 == 0)
+            loop->runReady();
+        std::thread canceller([task] { task.cancel(); });
+        loop->runReady();
+        canceller.join();
+    }
+
+    loop->runUntil([&] { return ended == calls; });
+
+    loop->runReady();
+    EXPECT_EQ(ended, calls);
+}
