@@ -78,15 +78,16 @@ private:
 
 }  // namespace detail
 
-/// Suspends the caller and calls `start` with its continuation. A caller that was cancelled before
-/// is told at once through `onCancel`, after `start` has run.
+/// Suspends the caller and calls `start` with its continuation; `start`, and what it holds, live
+/// until the wait has ended. A caller that was cancelled before is told at once through `onCancel`,
+/// after `start` has run.
 template <class T, class Start>
 Awaitable<T> suspendCaller(Start start)
 {
     const auto state = co_await boost::asio::this_coro::cancellation_state;
     const bool cancelled = state.cancelled() != boost::asio::cancellation_type::none;
 
-    auto initiation = [cancelled](auto handler, Start begin)
+    auto initiation = [cancelled, &start](auto handler)
     {
         using Handler = decltype(handler);
         auto slot = boost::asio::get_associated_cancellation_slot(handler);
@@ -103,14 +104,12 @@ Awaitable<T> suspendCaller(Start start)
                         alive->cancel();
                 });
         }
-        begin(std::shared_ptr<Continuation<T>>(continuation));
+        start(std::shared_ptr<Continuation<T>>(continuation));
         if (cancelled)
             continuation->cancel();
     };
-    using Signature = void(Outcome<T>);
-    auto wait =
-        boost::asio::async_initiate<const boost::asio::use_awaitable_t<Executor>, Signature>(
-            initiation, boost::asio::use_awaitable_t<Executor>(), std::move(start));
+    using Token = boost::asio::use_awaitable_t<Executor>;
+    auto wait = boost::asio::async_initiate<const Token, void(Outcome<T>)>(initiation, Token());
     auto outcome = co_await std::move(wait);
     co_return std::move(outcome).get();
 }

@@ -46,7 +46,12 @@ void WorkerThread::stop()
         state_->context.stop();
         ended = std::move(state_->thread);
     }
-    if (ended.joinable())
+    if (!ended.joinable())
+        return;
+    // A host may end the process from within a callback that runs here.
+    if (ended.get_id() == std::this_thread::get_id())
+        ended.detach();
+    else
         ended.join();
 }
 

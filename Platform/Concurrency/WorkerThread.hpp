@@ -17,8 +17,8 @@ public:
 
     Executor executor();
 
-    /// Ends the thread; work that is handed over later is kept and never run. To be called from any
-    /// other thread than the worker itself, more than once if you like.
+    /// Ends the thread after the piece of work that runs now; what is handed over later is kept and
+    /// never run. Any thread may call it, more than once.
     void stop();
 
 private:

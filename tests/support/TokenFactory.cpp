@@ -1,0 +1,27 @@
+#include "tests/support/TokenFactory.hpp"
+
+#include "Platform/Coding/Base64.hpp"
+
+std::string unsignedToken(std::string_view header, std::string_view payload)
+{
+    return platform::encodeBase64URL(bytesOf(header)) + "." +
+           platform::encodeBase64URL(bytesOf(payload));
+}
+
+std::string TokenFactory::token(std::string_view payload) const
+{
+    const auto header =
+        "{\"alg\":\"" + std::string(platform::rawValue(algorithm_)) + "\",\"typ\":\"JWT\"}";
+    return token(header, payload);
+}
+
+std::string TokenFactory::token(std::string_view header, std::string_view payload) const
+{
+    return signedMessage(unsignedToken(header, payload));
+}
+
+std::string TokenFactory::signedMessage(std::string_view message) const
+{
+    const auto hash = static_cast<platform::HashFunction>(algorithm_);
+    return std::string(message) + "." + platform::encodeBase64URL(key_.sign(message, hash));
+}
