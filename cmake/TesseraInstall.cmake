@@ -1,0 +1,28 @@
+# `cmake --install` gives a CMake package and a pkg-config file. Both bring all that a host links.
+
+include(CMakePackageConfigHelpers)
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Tessera)
+# Everything below this folder is ours, so that names such as "Platform" meet nobody else's.
+set(header_folder ${CMAKE_INSTALL_INCLUDEDIR}/tessera)
+
+set_target_properties(platform PROPERTIES OUTPUT_NAME tessera-platform)
+set_target_properties(nettasks PROPERTIES OUTPUT_NAME tessera-nettasks)
+set_target_properties(tessera nettasks platform PROPERTIES
+  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+
+install(TARGETS tessera nettasks platform EXPORT TesseraTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  FILE_SET HEADERS DESTINATION ${header_folder}
+  INCLUDES DESTINATION ${header_folder})
+install(EXPORT TesseraTargets NAMESPACE Tessera:: DESTINATION ${package_folder})
+
+configure_package_config_file(cmake/TesseraConfig.cmake.in ${PROJECT_BINARY_DIR}/TesseraConfig.cmake
+  INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/TesseraConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/TesseraConfig.cmake ${PROJECT_BINARY_DIR}/TesseraConfigVersion.cmake
+  DESTINATION ${package_folder})
+
+configure_file(cmake/tessera.pc.in ${PROJECT_BINARY_DIR}/tessera.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tessera.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -7,6 +7,7 @@
 
 #include <boost/json/basic_parser_impl.hpp>
 
+#include "Platform/Basics/Wipe.hpp"
 #include "Platform/Coding/DecodingError.hpp"
 #include "Platform/Coding/Text.hpp"
 
@@ -147,7 +148,7 @@ private:
         document_.texts_.reserve(source_.size());
         document_.texts_.append({part.data(), part.size()});
         if (!isInSource(part) && !part.empty())
-            wipeScratch(const_cast<char*>(part.data()), part.size());
+            wipe(const_cast<char*>(part.data()), part.size());
         return true;
     }
 

@@ -6,7 +6,7 @@
 #include <boost/json/value.hpp>
 
 #include "Platform/Coding/Text.hpp"
-#include "Platform/Coding/WipedBuffer.hpp"
+#include "Platform/Basics/Wipe.hpp"
 
 namespace platform
 {
@@ -20,7 +20,7 @@ void serialize(Value value, Emit emit)
     struct Chunk
     {
         char bytes[512];
-        ~Chunk() { wipeScratch(bytes, sizeof bytes); }
+        ~Chunk() { wipe(bytes, sizeof bytes); }
     } chunk;
     boost::json::serializer serializer;
     serializer.reset(value);

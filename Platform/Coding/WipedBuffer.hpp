@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/Basics/Wipe.hpp"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -9,9 +11,6 @@
 
 namespace platform
 {
-
-/// Overwrites memory in a way that the compiler does not remove.
-void wipeScratch(void* memory, std::size_t size) noexcept;
 
 /// Scratch memory for the length of one call: a short array that needs no heap while it suffices,
 /// and that is wiped when it is left or moves, since what passes through it may be private.
@@ -61,7 +60,7 @@ private:
     void wipe() noexcept
     {
         if (size_ > 0)
-            wipeScratch(data_, size_ * sizeof(T));
+            platform::wipe(data_, size_ * sizeof(T));
     }
 
     void grow(std::size_t capacity)

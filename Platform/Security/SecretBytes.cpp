@@ -1,5 +1,7 @@
 #include "Platform/Security/SecretBytes.hpp"
 
+#include "Platform/Basics/Wipe.hpp"
+
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -53,11 +55,6 @@ std::pmr::memory_resource& secretMemory()
 
 }  // namespace
 
-void wipe(std::span<std::byte> memory) noexcept
-{
-    OPENSSL_cleanse(memory.data(), memory.size());
-}
-
 void SecretBytes::append(std::span<const std::byte> bytes)
 {
     if (bytes.empty())
@@ -95,7 +92,7 @@ void SecretBytes::reserve(std::size_t capacity)
 void SecretBytes::resize(std::size_t size)
 {
     if (size < size_)
-        wipe(mutableView().subspan(size));
+        wipe(data_ + size, size_ - size);
     reserve(size);
     if (size > size_)
         std::memset(data_ + size_, 0, size - size_);
@@ -106,7 +103,7 @@ void SecretBytes::clear() noexcept
 {
     if (!data_)
         return;
-    wipe(mutableView());
+    wipe(data_, size_);
     secretMemory().deallocate(data_, capacity_);
     data_ = nullptr;
     size_ = capacity_ = 0;

@@ -91,7 +91,4 @@ private:
     SecretBytes bytes_;
 };
 
-/// Overwrites memory in a way that the compiler does not remove.
-void wipe(std::span<std::byte> memory) noexcept;
-
 }  // namespace platform
