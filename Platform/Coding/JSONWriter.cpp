@@ -7,6 +7,7 @@
 
 #include "Platform/Coding/Text.hpp"
 #include "Platform/Basics/Wipe.hpp"
+#include "Platform/Coding/WipedBuffer.hpp"
 
 namespace platform
 {
