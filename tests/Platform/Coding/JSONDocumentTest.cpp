@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/Platform/Coding/AllocationCount.hpp"
 #include "tests/Platform/Coding/Records.hpp"
+#include "tests/support/AllocationCount.hpp"
 
 namespace
 {
@@ -148,6 +148,8 @@ TEST(JSONDocument, KeepsItsShapeAndItsTextsWhenItOutgrowsTheInlineMemory)
 
 TEST(JSONDocument, ASmallRecordCostsNoAllocationButItsLongTexts)
 {
+    if (!test::allocationsAreCounted())
+        GTEST_SKIP() << "allocations are not counted in this build";
     const std::string_view json =
         R"({"iat":1784073600,"aud":"editor.mac","email":"first.last\u002dname@example.org",)"
         R"("terms":{"accepted_revision":"2026-01-01"},"ignored":[{"a":[1,2.5,"three"]}]})";

@@ -19,7 +19,7 @@ namespace
 /// A value that can neither be copied nor made from nothing.
 struct Parcel
 {
-    explicit Parcel(int content) : content(std::make_unique<int>(content)) {}
+    explicit Parcel(int value) : content(std::make_unique<int>(value)) {}
     std::unique_ptr<int> content;
 };
 
