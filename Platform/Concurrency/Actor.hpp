@@ -113,7 +113,7 @@ class Actor
 {
 public:
     /// `executor` runs the actor's work; a worker thread may serve many actors.
-    explicit Actor(Executor executor) : strand_(boost::asio::make_strand(std::move(executor))) {}
+    explicit Actor(const Executor& executor) : strand_(boost::asio::make_strand(executor)) {}
 
     template <class T>
     Awaitable<T> run(Awaitable<T> work) const

@@ -45,7 +45,7 @@ class UndumpedPages final : public std::pmr::memory_resource
 // Never torn down: a secret in a static object of the host may be released after our statics.
 std::pmr::memory_resource& secretMemory()
 {
-    constexpr std::size_t largestPooledBlock = 64 * 1024;
+    constexpr std::size_t largestPooledBlock = std::size_t{64} * 1024;
     static auto& pool = *new std::pmr::synchronized_pool_resource(
         std::pmr::pool_options{.max_blocks_per_chunk = 64,
                                .largest_required_pool_block = largestPooledBlock},

@@ -3,6 +3,8 @@
 #include "Platform/Concurrency/WorkerThread.hpp"
 #include "Platform/Networking/CurlURLSession.hpp"
 
+#include <openssl/crypto.h>
+
 #include <cstdlib>
 #include <mutex>
 #include <utility>
@@ -30,6 +32,10 @@ SystemServices& system()
     // Its threads must not: they would meet libraries that have cleaned up.
     static auto& instance = []() -> SystemServices&
     {
+        // OpenSSL cleans up in an exit handler of its own. Ours must run before it, and handlers
+        // run in the reverse order of their registration. (Asked for nothing, OpenSSL does not
+        // begin.)
+        OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
         auto& made = *new SystemServices;
         std::atexit(
             []

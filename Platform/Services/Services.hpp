@@ -38,8 +38,8 @@ struct Services
 };
 
 /// The real services: libcurl, the machine's clock, one background thread. Built on first use and
-/// kept until the process ends; their threads are started by the first call that needs them, and
-/// end before the process's static objects do.
+/// kept until the process ends. libcurl's thread starts with the first transfer; both threads end
+/// in an exit handler, before the libraries that they use clean up.
 const Services& systemServices();
 
 /// The process-wide services, `systemServices()` until they are replaced.

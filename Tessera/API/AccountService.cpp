@@ -63,8 +63,8 @@ Awaitable<void> keepToken(std::shared_ptr<State> state, std::optional<SecretStri
 
 AccountService::AccountService(AccountEnvironment environment, AccountClient client,
                                std::shared_ptr<platform::URLSession> urlSession,
-                               platform::Executor executor)
-    : actor_(std::move(executor)),
+                               const platform::Executor& executor)
+    : actor_(executor),
       state_(std::make_shared<State>(
           State{std::move(environment), std::move(client), std::move(urlSession), std::nullopt}))
 {}

@@ -32,7 +32,7 @@ public:
     AccountService(
         AccountEnvironment environment, AccountClient client,
         std::shared_ptr<platform::URLSession> urlSession = platform::services().urlSession,
-        platform::Executor executor = platform::services().background);
+        const platform::Executor& executor = platform::services().background);
 
     /// Keeps the token that authorises later calls.
     platform::Awaitable<void> authenticate(platform::SecretString token);
