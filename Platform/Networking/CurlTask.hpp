@@ -1,0 +1,62 @@
+#pragma once
+
+#include "Platform/Networking/URLSession.hpp"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+namespace platform
+{
+
+class CurlEngine;
+class CurlTransfer;
+
+/// A task of `CurlURLSession`. The public functions belong to any thread; what is named "engine's"
+/// belongs to the thread that runs the transfers, from `resume()` on.
+class CurlTask final : public URLSessionTask, public std::enable_shared_from_this<CurlTask>
+{
+public:
+    CurlTask(std::shared_ptr<CurlEngine> engine, URLRequest request,
+             URLSession::Completion completion);
+
+    void resume() override;
+    void cancel() override;
+    Progress& progress() override { return progress_; }
+
+    std::int64_t countOfBytesExpectedToReceive() const override { return expectedToReceive_; }
+    std::int64_t countOfBytesReceived() const override { return received_; }
+    std::int64_t countOfBytesExpectedToSend() const override { return expectedToSend_; }
+    std::int64_t countOfBytesSent() const override { return sent_; }
+
+    bool isCancelled() const noexcept { return cancelled_; }
+
+    // The engine's.
+    const URLRequest& request() const { return request_; }
+    CurlTransfer* transfer = nullptr;
+
+    void noteSent(std::int64_t bytes);
+    void noteReceived(std::int64_t expected, std::int64_t bytes);
+
+    /// Takes the address out of a request that is over.
+    URL takeURL() { return std::move(request_.url); }
+
+    /// Calls the completion and lets go of it. The one place that does.
+    void complete(URLCompletion completion);
+
+private:
+    void updateProgress();
+
+    const std::shared_ptr<CurlEngine> engine_;
+    URLRequest request_;
+    URLSession::Completion completion_;
+    std::atomic<bool> resumed_ = false;
+    std::atomic<bool> cancelled_ = false;
+    const std::int64_t expectedToSend_;
+    std::atomic<std::int64_t> sent_ = 0;
+    std::atomic<std::int64_t> expectedToReceive_ = -1;
+    std::atomic<std::int64_t> received_ = 0;
+    Progress progress_;
+};
+
+}  // namespace platform

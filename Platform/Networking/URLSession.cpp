@@ -1,0 +1,10 @@
+#include "Platform/Networking/URLSession.hpp"
+
+namespace platform
+{
+
+URLSessionTask::~URLSessionTask() = default;
+
+URLSession::~URLSession() = default;
+
+}  // namespace platform

@@ -1,0 +1,204 @@
+#include "tests/tools/tessera/Program.hpp"
+
+#include "tools/account-server/Files.hpp"
+
+#include <gtest/gtest.h>
+#include <boost/json/parse.hpp>
+
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+namespace commandline
+{
+namespace
+{
+
+/// What `execve` takes, made before the fork: afterwards nothing may be allocated.
+class Invocation
+{
+public:
+    explicit Invocation(const Arguments& arguments) : words_{TESSERA_PROGRAM}
+    {
+        // The rest of the environment stays: sanitizers take their options from it.
+        for (char** variable = ::environ; *variable != nullptr; ++variable)
+            if (!isOurs(*variable))
+                variables_.emplace_back(*variable);
+        words_.insert(words_.end(), arguments.begin(), arguments.end());
+        for (auto& word : words_)
+            arguments_.push_back(word.data());
+        for (auto& variable : variables_)
+            environment_.push_back(variable.data());
+        arguments_.push_back(nullptr);
+        environment_.push_back(nullptr);
+    }
+
+    [[noreturn]] void execute() const
+    {
+        ::execve(TESSERA_PROGRAM, arguments_.data(), environment_.data());
+        ::_exit(127);
+    }
+
+private:
+    static bool isOurs(const std::string& variable)
+    {
+        const auto name = variable.substr(0, variable.find('='));
+        return name == "LANGUAGE" || name == "LC_ALL" || name == "TERM" || name == "NO_COLOR";
+    }
+
+    std::vector<std::string> words_;
+    std::vector<std::string> variables_{"LC_ALL=C", "TERM=xterm"};
+    std::vector<char*> arguments_;
+    std::vector<char*> environment_;
+};
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+File temporary(const std::string& content = "")
+{
+    File file(std::tmpfile(), std::fclose);
+    std::fwrite(content.data(), 1, content.size(), file.get());
+    std::rewind(file.get());
+    return file;
+}
+
+std::string contentOf(const File& file)
+{
+    std::rewind(file.get());
+    std::string content;
+    for (int c = std::fgetc(file.get()); c != EOF; c = std::fgetc(file.get()))
+        content += static_cast<char>(c);
+    return content;
+}
+
+int exitCodeOf(pid_t child)
+{
+    int status = 0;
+    if (::waitpid(child, &status, 0) != child)
+        throw std::runtime_error("waitpid");
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+}  // namespace
+
+boost::json::value Ended::json() const
+{
+    EXPECT_EQ(output.find('\n'), output.size() - 1) << output;
+    return boost::json::parse(output);
+}
+
+Ended run(const Arguments& arguments, const std::string& input)
+{
+    const Invocation invocation(arguments);
+    const auto in = temporary(input), out = temporary(), errors = temporary();
+    const pid_t child = ::fork();
+    if (child == 0)
+    {
+        ::dup2(::fileno(in.get()), STDIN_FILENO);
+        ::dup2(::fileno(out.get()), STDOUT_FILENO);
+        ::dup2(::fileno(errors.get()), STDERR_FILENO);
+        invocation.execute();
+    }
+    const int exitCode = exitCodeOf(child);
+    return {exitCode, contentOf(out), contentOf(errors)};
+}
+
+AtTerminal::AtTerminal(const Arguments& arguments)
+{
+    const Invocation invocation(arguments);
+    child_ = ::forkpty(&terminal_, nullptr, nullptr, nullptr);
+    if (child_ == 0)
+        invocation.execute();
+}
+
+AtTerminal::~AtTerminal()
+{
+    ::close(terminal_);
+    if (child_ > 0)
+        exitCodeOf(child_);
+}
+
+bool AtTerminal::readMore()
+{
+    char text[512];
+    const auto size = ::read(terminal_, text, sizeof text);
+    if (size > 0)
+        screen_.append(text, static_cast<std::size_t>(size));
+    return size > 0;
+}
+
+bool AtTerminal::shows(const std::string& text)
+{
+    while (screen_.find(text) == std::string::npos)
+        if (!readMore())
+            return false;
+    return true;
+}
+
+void AtTerminal::type(const std::string& text) const
+{
+    EXPECT_EQ(::write(terminal_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+bool AtTerminal::echoes() const
+{
+    termios settings{};
+    EXPECT_EQ(::tcgetattr(terminal_, &settings), 0);
+    return (settings.c_lflag & ECHO) != 0;
+}
+
+int AtTerminal::end()
+{
+    while (readMore())
+        ;
+    return exitCodeOf(std::exchange(child_, -1));
+}
+
+accountserver::Settings Stage::settings(const std::filesystem::path& state)
+{
+    auto settings = accountserver::TestServer::settings(state);
+    // Answers that a fault holds back are not waited for at the end.
+    settings.graceTime = std::chrono::milliseconds(0);
+    return settings;
+}
+
+Arguments Stage::with(Arguments arguments) const
+{
+    arguments.insert(arguments.end(), {"--environment", environment});
+    return arguments;
+}
+
+Ended Stage::withToken(Arguments arguments) const
+{
+    arguments.insert(arguments.end(), {"--token-file", tokenFile});
+    return tessera(arguments);
+}
+
+std::string Stage::signIn(const std::string& email) const
+{
+    auto token = server.signedIn(email);
+    write(tokenFile, token);
+    return token;
+}
+
+std::string Stage::read(const std::string& file) const
+{
+    return accountserver::readFile(file).value_or("no such file");
+}
+
+void Stage::write(const std::string& file, const std::string& text) const
+{
+    accountserver::writeFile(file, text, 0644);
+}
+
+std::int64_t Stage::requests() const
+{
+    return server.control("GET /requests").json().at("total").to_number<std::int64_t>();
+}
+
+}  // namespace commandline

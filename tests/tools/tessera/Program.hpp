@@ -1,0 +1,85 @@
+#pragma once
+
+#include "tests/tools/account-server/TestServer.hpp"
+
+#include <boost/json/value.hpp>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace commandline
+{
+
+using Arguments = std::vector<std::string>;
+
+struct Ended
+{
+    int exitCode;
+    std::string output;
+    std::string errors;
+
+    /// Standard output, which must be one line of JSON.
+    boost::json::value json() const;
+};
+
+/// Runs the command line away from any terminal.
+Ended run(const Arguments& arguments, const std::string& input = "");
+
+/// The command line at a terminal of its own.
+class AtTerminal
+{
+public:
+    explicit AtTerminal(const Arguments& arguments);
+    ~AtTerminal();
+    AtTerminal(const AtTerminal&) = delete;
+    AtTerminal& operator=(const AtTerminal&) = delete;
+
+    /// Waits until this is on the screen; false when the program ends before.
+    bool shows(const std::string& text);
+    void type(const std::string& text) const;
+    bool echoes() const;
+
+    /// Waits for the end; returns the exit code.
+    int end();
+    const std::string& screen() const { return screen_; }
+
+private:
+    bool readMore();
+
+    int terminal_ = -1;
+    pid_t child_ = -1;
+    std::string screen_;
+};
+
+/// An account server, and what a person who uses it has at hand.
+struct Stage
+{
+    accountserver::TemporaryFolder folder;
+    accountserver::TestServer server{settings(folder.path / "state")};
+    const std::string environment = (folder.path / "state" / "environment.json").string();
+    const std::string tokenFile = (folder.path / "token").string();
+
+    /// `arguments` and the environment file.
+    Arguments with(Arguments arguments) const;
+    Ended tessera(const Arguments& arguments, const std::string& input = "") const
+    {
+        return run(with(arguments), input);
+    }
+    /// `arguments`, the environment file and the token file.
+    Ended withToken(Arguments arguments) const;
+
+    /// Signs in through the server alone and writes the token file. Returns the token.
+    std::string signIn(const std::string& email = "anna@example.org") const;
+    std::string read(const std::string& file) const;
+    void write(const std::string& file, const std::string& text) const;
+    /// How many requests the server got so far.
+    std::int64_t requests() const;
+
+private:
+    static accountserver::Settings settings(const std::filesystem::path& state);
+};
+
+}  // namespace commandline

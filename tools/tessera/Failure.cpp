@@ -1,0 +1,197 @@
+#include "tools/tessera/Failure.hpp"
+
+#include "NetTasks/ResponseCheck.hpp"
+#include "Platform/Coding/Text.hpp"
+#include "Platform/Concurrency/CancellationError.hpp"
+#include "Platform/Networking/URLError.hpp"
+#include "Tessera/API/AccountRemoteError.hpp"
+#include "Tessera/API/AccountRequestBuilder.hpp"
+#include "Tessera/Model/AccountError.hpp"
+#include "Tessera/Tokens/JWTError.hpp"
+#include "tools/environment/EnvironmentFile.hpp"
+
+#include <new>
+
+namespace commandline
+{
+namespace
+{
+
+using tessera::AccountRemoteError;
+
+/// A description of the framework is a sentence and, mostly, a second one that says what to do.
+std::pair<std::string, std::string> sentenceAndRest(const std::string& description)
+{
+    const auto end = description.find(". ");
+    if (end == std::string::npos)
+        return {description, ""};
+    return {description.substr(0, end + 1), description.substr(end + 2)};
+}
+
+/// `next` takes the place of the description's own advice, unless it is empty.
+Report report(ExitCode exitCode, const platform::LocalizedError& error,
+              const std::string& next = {})
+{
+    const auto [message, rest] = sentenceAndRest(error.errorDescription());
+    // A server may say more than a terminal should show.
+    constexpr std::size_t longest = 500;
+    return {exitCode, error.what(), platform::abbreviated(message, longest),
+            platform::abbreviated(next.empty() ? rest : next, longest)};
+}
+
+Report report(const platform::URLError& error)
+{
+    using Code = platform::URLError::Code;
+    std::string next;
+    if (error.code() == Code::connectionRefused)
+        next = "Check that the server runs and that the network is connected.";
+    if (error.code() == Code::tls)
+        next = "Check the date of this machine and the authority in the environment file.";
+    if (error.code() == Code::invalidMethod || error.code() == Code::invalidHeader)
+        return report(ExitCode::internal, error);
+    const bool byAddress = error.code() == Code::insecureURL;
+    return report(byAddress ? ExitCode::environment : ExitCode::network, error, next);
+}
+
+Report report(const AccountRemoteError& error)
+{
+    using enum AccountRemoteError::KnownCode;
+    if (error.is(unauthorized))
+        return report(ExitCode::signInNeeded, error, "Sign in with \"tessera sign-in\".");
+    if (error.is(reauthenticationRequired))
+        return report(ExitCode::signInNeeded, error,
+                      "Sign in anew with \"tessera sign-in\", then repeat this.");
+    if (error.is(noConsent))
+        return report(ExitCode::refused, error, "Accept the terms with \"tessera consent\".");
+    auto refused = report(ExitCode::refused, error);
+    if (refused.next.empty())
+        refused.next = "Try again later.";
+    return refused;
+}
+
+Report report(const nettasks::AsyncURLSessionDataTaskDecodingError& error)
+{
+    return {ExitCode::refused, error.what(),
+            "The server refused with an answer that is no error record: \"" +
+                platform::abbreviated(error.body(), 80) + "\".",
+            "Check the server's address, or try again later."};
+}
+
+Report report(const tessera::JWTError& error)
+{
+    return report(ExitCode::verification, error,
+                  "Check that the token and the server belong to the environment that was named.");
+}
+
+Report report(const tessera::AccountError& error)
+{
+    return report(ExitCode::verification, error,
+                  "The server signed it for another program; check --client-identifier.");
+}
+
+Report report(const platform::DecodingError& error)
+{
+    return report(ExitCode::verification, error,
+                  "A token does not hold what it must; check the server's address and version.");
+}
+
+Report report(const tessera::AccountRequestBuilderError& error)
+{
+    const bool byAddress =
+        error.errorCase() == tessera::AccountRequestBuilderErrorCase::malformedURL;
+    return report(byAddress ? ExitCode::environment : ExitCode::signInNeeded, error,
+                  byAddress ? "Check \"endpointURL\" in the environment file." : "");
+}
+
+Report report(const tools::EnvironmentFileError& error)
+{
+    const auto name =
+        error.field().empty() ? "EnvironmentFileError" : "EnvironmentFileError." + error.field();
+    return {ExitCode::environment, name, error.sentence(), error.nextStep()};
+}
+
+Report report(const platform::CancellationError& error)
+{
+    return report(ExitCode::interrupted, error, "Run the command again.");
+}
+
+Report report(const Failure& failure)
+{
+    return failure.report();
+}
+
+Report report(const std::bad_alloc&)
+{
+    return {ExitCode::internal, "outOfMemory", "The memory of this machine is used up.",
+            "Close other programs and try again."};
+}
+
+/// The report of the first of these types that the error is.
+template <class First, class... Rest>
+Report reportAs(const std::exception& error)
+{
+    if (const auto* known = dynamic_cast<const First*>(&error))
+        return report(*known);
+    if constexpr (sizeof...(Rest) > 0)
+        return reportAs<Rest...>(error);
+    else
+        return {ExitCode::internal, "internal",
+                "Something unexpected failed: " + platform::describe(error) + ".",
+                "Try again, and report it if that does not help."};
+}
+
+}  // namespace
+
+std::string_view className(ExitCode code)
+{
+    switch (code)
+    {
+        case ExitCode::success:
+            return "success";
+        case ExitCode::internal:
+            return "internal";
+        case ExitCode::usage:
+            return "usage";
+        case ExitCode::environment:
+            return "environment";
+        case ExitCode::network:
+            return "network";
+        case ExitCode::refused:
+            return "refused";
+        case ExitCode::signInNeeded:
+            return "signInNeeded";
+        case ExitCode::verification:
+            return "verification";
+        case ExitCode::tokenFile:
+            return "tokenFile";
+        case ExitCode::declined:
+            return "declined";
+        case ExitCode::interrupted:
+        case ExitCode::terminated:
+            return "interrupted";
+    }
+    return "internal";
+}
+
+Report reportOf(const std::exception_ptr& error)
+{
+    try
+    {
+        std::rethrow_exception(error);
+    }
+    catch (const std::exception& known)
+    {
+        return reportAs<Failure, tools::EnvironmentFileError, platform::CancellationError,
+                        platform::URLError, AccountRemoteError,
+                        nettasks::AsyncURLSessionDataTaskDecodingError, tessera::JWTError,
+                        tessera::AccountError, platform::DecodingError,
+                        tessera::AccountRequestBuilderError, std::bad_alloc>(known);
+    }
+    catch (...)
+    {
+        return {ExitCode::internal, "internal", "Something unexpected failed.",
+                "Try again, and report it if that does not help."};
+    }
+}
+
+}  // namespace commandline

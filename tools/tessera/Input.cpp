@@ -1,0 +1,133 @@
+#include "tools/tessera/Input.hpp"
+
+#include "Platform/Concurrency/CancellationError.hpp"
+#include "tools/tessera/Failure.hpp"
+#include "tools/tessera/Terminal.hpp"
+
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+namespace commandline
+{
+namespace
+{
+
+using platform::SecretString;
+
+/// Keeps what is typed off the screen for as long as it lives.
+class HiddenTyping
+{
+public:
+    HiddenTyping()
+    {
+        changed_ = ::tcgetattr(STDIN_FILENO, &before_) == 0;
+        auto hidden = before_;
+        hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        hidden.c_lflag |= ECHONL;
+        // Not "flush": what was typed ahead of the question counts.
+        changed_ = changed_ && ::tcsetattr(STDIN_FILENO, TCSADRAIN, &hidden) == 0;
+    }
+    ~HiddenTyping()
+    {
+        if (changed_)
+            ::tcsetattr(STDIN_FILENO, TCSADRAIN, &before_);
+    }
+    HiddenTyping(const HiddenTyping&) = delete;
+    HiddenTyping& operator=(const HiddenTyping&) = delete;
+
+private:
+    termios before_{};
+    bool changed_ = false;
+};
+
+void print(std::string_view text)
+{
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+}
+
+/// Appends what can be read now; false at the end of the input.
+bool readMore(SecretString& text, const Interrupts& interrupts)
+{
+    interrupts.waitForInput(STDIN_FILENO);
+    platform::SecretBytes piece;
+    piece.resize(4096);
+    const auto size = ::read(STDIN_FILENO, piece.mutableView().data(), piece.size());
+    if (size < 0 && errno != EINTR && errno != EAGAIN)
+        throw std::system_error(errno, std::generic_category(), "standard input");
+    if (size > 0)
+        text.append(
+            {reinterpret_cast<const char*>(piece.view().data()), static_cast<std::size_t>(size)});
+    return size != 0;
+}
+
+SecretString readLine(const Interrupts& interrupts)
+{
+    SecretString text;
+    while (text.view().find('\n') == std::string_view::npos)
+        if (!readMore(text, interrupts))
+            throw Failure({ExitCode::declined, "noAnswer", "The question was not answered.",
+                           "Run the command again and answer it."});
+    return SecretString(text.view().substr(0, text.view().find('\n')));
+}
+
+bool isBlank(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+}  // namespace
+
+SecretString ask(std::string_view question, const Interrupts& interrupts)
+{
+    print(question);
+    try
+    {
+        return readLine(interrupts);
+    }
+    catch (const platform::CancellationError&)
+    {
+        print("\n");
+        throw;
+    }
+}
+
+SecretString askSecretly(std::string_view question, const Interrupts& interrupts)
+{
+    const HiddenTyping hidden;
+    return ask(question, interrupts);
+}
+
+SecretString readTokenFromInput(const Interrupts& interrupts)
+{
+    if (isTerminal(STDIN_FILENO))
+        throw Failure({ExitCode::usage, "noToken", "No token was given.",
+                       "Name the file that holds it with --token-file, or pass it to standard "
+                       "input through a pipe."});
+    SecretString text;
+    while (text.size() <= tokenSizeLimit && readMore(text, interrupts))
+        ;
+    return tokenIn(text.view(), "Standard input");
+}
+
+SecretString tokenIn(std::string_view text, std::string_view source)
+{
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    const bool clean = std::ranges::all_of(text, [](char c) { return c > ' ' && c < '\x7F'; });
+    if (text.empty() || !clean || text.size() > tokenSizeLimit)
+        throw Failure({ExitCode::tokenFile, text.empty() ? "noToken" : "unreadableToken",
+                       std::string(source) + (text.empty() ? " holds no token."
+                                                           : " holds something that is no token."),
+                       "Sign in with \"tessera sign-in\" to get one."});
+    return SecretString(text);
+}
+
+}  // namespace commandline

@@ -1,0 +1,234 @@
+#include "tools/tessera/Options.hpp"
+
+#include "tools/tessera/Failure.hpp"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <span>
+
+namespace commandline
+{
+namespace
+{
+
+constexpr auto purpose = R"(Signs in to an online account and shows what the server says about it.
+
+Every command needs --environment or --preset: they name the server and the key that its answers
+are verified with. A session token is read from --token-file or from standard input, and never
+from an argument.)";
+
+constexpr auto epilogue = R"(
+Exit codes:
+    0  done
+    1  something unexpected failed, or the output could not be written
+    2  the options are wrong, or a question could not be asked for want of a terminal
+    3  the environment file cannot be read, or a field of it cannot be used
+    4  network: no connection, no trusted connection, time limit, not HTTP, ...
+    5  the server refused
+    6  the server wants a sign-in: the session has ended, or it is too old for this
+    7  verification: a token is not the server's, or is for another program or user
+    8  the token file cannot be read or written, or holds no token
+    9  a question was not answered, or with no
+  130  interrupted by Ctrl-C (143: by SIGTERM)
+
+Examples:
+  tessera request-code --environment env.json --email anna@example.org
+  tessera sign-in --environment env.json --email anna@example.org --token-file token
+  tessera info --environment env.json --token-file token --json
+  tessera sign-out --environment env.json < token)";
+
+struct VerbText
+{
+    Verb verb;
+    const char* word;
+    const char* description;
+};
+
+constexpr VerbText verbs[] = {
+    {Verb::requestCode, "request-code", "Ask the server to mail a one-time code"},
+    {Verb::signIn, "sign-in",
+     "Exchange the code for a session, keep its token in a file, and show the account"},
+    {Verb::info, "info", "Fetch, verify and show the account"},
+    {Verb::consent, "consent", "Accept the terms"},
+    {Verb::newsletter, "newsletter", "Subscribe to the newsletter"},
+    {Verb::signOut, "sign-out", "End the session on the server and remove the token file"},
+    {Verb::delete_, "delete", "Delete the account on the server and remove the token file"},
+};
+
+/// The values as the command line has them, before they become a command.
+struct Values
+{
+    Command command;
+    std::string code;
+    std::string revision;
+    double timeLimit = 0;
+};
+
+bool isIdentifier(const std::string& text)
+{
+    const auto fits = [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == '_'; };
+    return !text.empty() && std::ranges::all_of(text, fits);
+}
+
+/// Options of all commands: they may stand before the command's word or after it.
+void addCommon(CLI::App& app, Values& values)
+{
+    auto& command = values.command;
+    app.add_option("--environment", command.environmentFile,
+                   "The environment file that the account server wrote")
+        ->type_name("FILE");
+    app.add_option("--preset", command.preset, "A server that is built in")
+        ->type_name("NAME")
+        ->check(CLI::IsMember(
+            {"directProduction", "appleProduction", "directPreview", "applePreview"}));
+    app.add_flag("--json", command.json,
+                 "Print one JSON object on standard output, for errors too");
+    app.add_option("--time-limit", values.timeLimit,
+                   "How long a call may take, at most and by default 60")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.001, 60.0).description(""));
+    app.add_option("--client-identifier", command.clientIdentifier,
+                   "Speak as another program that the server knows (default: tessera)")
+        ->type_name("NAME");
+}
+
+void addTokenFile(CLI::App& app, Values& values)
+{
+    app.add_option("--token-file", values.command.tokenFile,
+                   "The file that holds the token (default: standard input)")
+        ->type_name("FILE");
+}
+
+void addOwn(CLI::App& app, Verb verb, Values& values)
+{
+    auto& command = values.command;
+    if (verb == Verb::requestCode || verb == Verb::signIn)
+        app.add_option("--email", command.email, "The e-mail address of the account")
+            ->type_name("ADDRESS")
+            ->required();
+    if (verb == Verb::signIn)
+    {
+        app.add_option("--code", values.code,
+                       "The one-time code (default: ask for it at the terminal)")
+            ->type_name("CODE");
+        app.add_option("--token-file", command.tokenFile,
+                       "Where to write the token, for its owner alone (mode 0600)")
+            ->type_name("FILE")
+            ->required();
+        app.add_flag("--attach", command.attach,
+                     "Give the address to the anonymous account whose token the file holds");
+    }
+    else if (verb != Verb::requestCode)
+        addTokenFile(app, values);
+    if (verb == Verb::consent)
+        app.add_option("--revision", values.revision,
+                       "The revision of the terms (default: the current one)")
+            ->type_name("TEXT");
+    if (verb == Verb::delete_)
+        app.add_flag("--yes", command.confirmed, "Delete without asking");
+}
+
+[[noreturn]] void refuse(std::string sentence, std::string next)
+{
+    throw Failure({ExitCode::usage, "usage", std::move(sentence), std::move(next)});
+}
+
+Command commandFrom(const Values& values, const CLI::App& app, Verb verb)
+{
+    Command command = values.command;
+    command.verb = verb;
+    if (command.environmentFile.empty() == command.preset.empty())
+        refuse(command.preset.empty() ? "No server is named."
+                                      : "--environment and --preset exclude each other.",
+               "Name one with --environment FILE or --preset NAME.");
+    if (!isIdentifier(command.clientIdentifier))
+        refuse("--client-identifier takes letters, digits, \"-\" and \"_\" alone.",
+               "See \"tessera --help\".");
+    if (verb == Verb::signIn && command.tokenFile.empty())
+        refuse("--token-file is empty.", "Name the file that is to hold the token.");
+    if (verb == Verb::signIn && app.count("--code") > 0)
+        command.code = platform::SecretString(values.code);
+    if (verb == Verb::consent && app.count("--revision") > 0)
+        command.revision = values.revision;
+    if (values.timeLimit > 0)
+        command.timeLimit =
+            std::chrono::milliseconds(static_cast<std::int64_t>(values.timeLimit * 1000));
+    return command;
+}
+
+/// The parser's words as a sentence. Of what it did not expect, only an option's name is repeated:
+/// the rest may be a code or an address.
+std::string sentence(const CLI::ParseError& error, const CLI::App& app)
+{
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
+    {
+        for (const auto& extra : app.remaining(true))
+            if (extra.starts_with("--"))
+                return "The option " + extra.substr(0, extra.find('=')) + " is not known here.";
+        return "There is an argument that is not expected here.";
+    }
+    std::string text = error.what();
+    text = text.substr(0, text.find('\n'));
+    while (text.ends_with('.'))
+        text.pop_back();
+    return text + ".";
+}
+
+}  // namespace
+
+std::string_view word(Verb verb)
+{
+    return std::ranges::find(verbs, verb, &VerbText::verb)->word;
+}
+
+std::variant<Command, std::string> parseOptions(int count, const char* const* arguments)
+{
+    CLI::App app(purpose, "tessera");
+    app.footer(epilogue);
+    app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("tessera ") + TESSERA_VERSION,
+                         "Show the version and end");
+    Values values;
+    addCommon(app, values);
+    std::map<Verb, CLI::App*> parsers;
+    for (const auto& [verb, name, description] : verbs)
+    {
+        auto* parser = parsers[verb] = app.add_subcommand(name, description);
+        parser->footer("\nSee \"tessera --help\" for the exit codes.");
+        addOwn(*parser, verb, values);
+        addCommon(*parser, values);
+    }
+
+    try
+    {
+        app.parse(count, arguments);
+    }
+    catch (const CLI::CallForHelp&)
+    {
+        return app.help();
+    }
+    catch (const CLI::CallForVersion& version)
+    {
+        return std::string(version.what()) + "\n";
+    }
+    catch (const CLI::ParseError& error)
+    {
+        refuse(sentence(error, app), "See \"tessera --help\".");
+    }
+    const auto used =
+        std::ranges::find_if(parsers, [](const auto& parser) { return parser.second->parsed(); });
+    return commandFrom(values, *used->second, used->first);
+}
+
+bool wantsJSON(int count, const char* const* arguments)
+{
+    return std::ranges::any_of(std::span(arguments, static_cast<std::size_t>(count)),
+                               [](const char* text) { return std::string_view(text) == "--json"; });
+}
+
+}  // namespace commandline
