@@ -186,7 +186,8 @@ std::string Mailer::compose(const Mail& mail) const
 std::optional<std::string> newestCode(const fs::path& state, const std::string& email)
 {
     const auto ending = "-" + fileText(email) + extension;
-    const auto length = sortableTime().size() + ending.size();
+    constexpr std::string_view time = "20260101T000000.000000Z";
+    const auto length = time.size() + ending.size();
     fs::path newest;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(state / "mailbox", error))
