@@ -122,9 +122,8 @@ void CurlEngine::run()
         loop.runTimer();
         collectResults();
         tellFinished();
-        { static const size_t LIM=getenv("LIM")?atoi(getenv("LIM")):4; static const int MS=getenv("MS")?atoi(getenv("MS")):1;
-        bool lazy=running_.size()>=LIM; bool ms=maySleep(lazy);
-        loop.wait(ms ? (lazy? MS : -1) : 0);}
+        // Sockets have their turn also while tasks keep coming.
+        loop.wait(maySleep() ? CurlLoop::Wait::untilEvent : CurlLoop::Wait::no);
     }
     endAll();
     tellFinished();
@@ -150,12 +149,11 @@ bool CurlEngine::takeTasks()
     return !stopped;
 }
 
-bool CurlEngine::maySleep(bool lazy)
+bool CurlEngine::maySleep()
 {
     const std::lock_guard lock(mutex_);
-    bool q = !stopped_ && starting_.empty() && ending_.empty();
-    asleep_ = q && !lazy;
-    return q;
+    asleep_ = !stopped_ && starting_.empty() && ending_.empty();
+    return asleep_;
 }
 
 void CurlEngine::begin(const std::shared_ptr<CurlTask>& task)

@@ -46,7 +46,7 @@ private:
     // On the thread.
     void run();
     bool takeTasks();
-    bool maySleep(bool lazy);
+    bool maySleep();
     void begin(const std::shared_ptr<CurlTask>& task);
     void launch(const std::shared_ptr<CurlTask>& task);
     void end(const CurlTask& task);

@@ -24,7 +24,8 @@ constexpr long keptConnections = 64;
 int newEpoll(int wakeDescriptor)
 {
     const int descriptor = epoll_create1(EPOLL_CLOEXEC);
-    epoll_event event{.events = EPOLLIN, .data = {.fd = wakeDescriptor}};
+    // On the edge: each write is told once and the descriptor need not be read.
+    epoll_event event{.events = EPOLLIN | EPOLLET, .data = {.fd = wakeDescriptor}};
     if (descriptor < 0 || epoll_ctl(descriptor, EPOLL_CTL_ADD, wakeDescriptor, &event) != 0)
         throw std::system_error(errno, std::generic_category(), "epoll");
     return descriptor;
@@ -151,17 +152,15 @@ int CurlLoop::waitLimit() const
     return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
 }
 
-void CurlLoop::wait(int ms)
+void CurlLoop::wait(Wait wait)
 {
     std::array<epoll_event, 64> events;
-    const int count =
-        epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), ms<0? waitLimit() : ms==0 ? 0 : [&]{int w=waitLimit(); return w<0||w>ms?ms:w;}());
+    const int count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()),
+                                 wait == Wait::no ? 0 : waitLimit());
     for (int index = 0; index < count; ++index)
     {
         const epoll_event& event = events[static_cast<std::size_t>(index)];
-        if (event.data.fd == wakeDescriptor_)
-            drainWakeDescriptor();
-        else
+        if (event.data.fd != wakeDescriptor_)
             act(event.data.fd, event.events);
     }
 }
@@ -178,12 +177,6 @@ void CurlLoop::act(curl_socket_t socket, std::uint32_t events)
     }
     int running = 0;
     curl_multi_socket_action(multi_, socket, actionFor(events), &running);
-}
-
-void CurlLoop::drainWakeDescriptor() const
-{
-    std::uint64_t count = 0;
-    [[maybe_unused]] const auto got = read(wakeDescriptor_, &count, sizeof count);
 }
 
 }  // namespace platform

@@ -32,9 +32,14 @@ public:
     /// Lets libcurl do what is due by time, which includes the start of new transfers.
     void runTimer();
 
-    /// Waits until a socket is ready, a time is due or the descriptor is written, and lets libcurl
-    /// act on the sockets.
-    void wait(int ms);
+    enum class Wait
+    {
+        no,          // Only what is ready already.
+        untilEvent,  // A socket is ready, a time is due or the descriptor is written.
+    };
+
+    /// Waits, and lets libcurl act on the sockets that are ready.
+    void wait(Wait wait);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -55,7 +60,6 @@ private:
     void watch(curl_socket_t socket, std::uint32_t events);
     void act(curl_socket_t socket, std::uint32_t events);
     int waitLimit() const;
-    void drainWakeDescriptor() const;
 
     const int wakeDescriptor_;
     const int epoll_;

@@ -2,6 +2,7 @@
 
 #include "Platform/Networking/CurlEngine.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace platform
@@ -32,25 +33,28 @@ void CurlTask::cancel()
 
 void CurlTask::noteSent(std::int64_t bytes)
 {
-    if (sent_ == bytes)
+    if (read(sent_) == bytes)
         return;
-    sent_ = bytes;
+    write(sent_, bytes);
     updateProgress();
 }
 
 void CurlTask::noteReceived(std::int64_t expected, std::int64_t bytes)
 {
-    expectedToReceive_ = expected;
-    received_ = bytes;
+    if (read(received_) == bytes && read(expectedToReceive_) == expected)
+        return;
+    write(expectedToReceive_, expected);
+    write(received_, bytes);
     updateProgress();
 }
 
 void CurlTask::updateProgress()
 {
-    const std::int64_t completed = sent_ + received_;
-    const bool lengthUnknown = expectedToReceive_ < 0 && received_ > 0;
-    const std::int64_t incoming = expectedToReceive_ < 0 ? 0 : expectedToReceive_.load();
-    progress_.update(lengthUnknown ? -1 : expectedToSend_ + incoming, completed);
+    const std::int64_t received = read(received_);
+    const std::int64_t expected = read(expectedToReceive_);
+    const bool lengthUnknown = expected < 0 && received > 0;
+    progress_.update(lengthUnknown ? -1 : expectedToSend_ + std::max<std::int64_t>(expected, 0),
+                     read(sent_) + received);
 }
 
 void CurlTask::complete(URLCompletion completion)

@@ -24,10 +24,10 @@ public:
     void cancel() override;
     Progress& progress() override { return progress_; }
 
-    std::int64_t countOfBytesExpectedToReceive() const override { return expectedToReceive_; }
-    std::int64_t countOfBytesReceived() const override { return received_; }
+    std::int64_t countOfBytesExpectedToReceive() const override { return read(expectedToReceive_); }
+    std::int64_t countOfBytesReceived() const override { return read(received_); }
     std::int64_t countOfBytesExpectedToSend() const override { return expectedToSend_; }
-    std::int64_t countOfBytesSent() const override { return sent_; }
+    std::int64_t countOfBytesSent() const override { return read(sent_); }
 
     bool isCancelled() const noexcept { return cancelled_; }
 
@@ -45,6 +45,14 @@ public:
     void complete(URLCompletion completion);
 
 private:
+    using Count = std::atomic<std::int64_t>;
+
+    // Each count stands alone and orders nothing else.
+    static std::int64_t read(const Count& count) { return count.load(std::memory_order_relaxed); }
+    static void write(Count& count, std::int64_t value)
+    {
+        count.store(value, std::memory_order_relaxed);
+    }
     void updateProgress();
 
     const std::shared_ptr<CurlEngine> engine_;
@@ -53,9 +61,9 @@ private:
     std::atomic<bool> resumed_ = false;
     std::atomic<bool> cancelled_ = false;
     const std::int64_t expectedToSend_;
-    std::atomic<std::int64_t> sent_ = 0;
-    std::atomic<std::int64_t> expectedToReceive_ = -1;
-    std::atomic<std::int64_t> received_ = 0;
+    Count sent_ = 0;
+    Count expectedToReceive_ = -1;
+    Count received_ = 0;
     Progress progress_;
 };
 

@@ -15,11 +15,11 @@ namespace
 {
 
 // An answer's head has a kilobyte or two. Interim answers count, so they cannot go on for ever.
-constexpr std::size_t headLimit = 256 * 1024;
+constexpr std::size_t headLimit = std::size_t{256} * 1024;
 constexpr std::size_t headLineLimit = 1000;
 
 // Beyond this size a body is worth looking at while it is sent.
-constexpr std::size_t watchedBody = 64 * 1024;
+constexpr std::size_t watchedBody = std::size_t{64} * 1024;
 
 template <std::size_t size>
 bool isOneOf(const std::array<std::string_view, size>& words, std::string_view word)
@@ -105,13 +105,12 @@ void CurlTransfer::setAddress(const URL& url)
 {
     if (address_ == url.string())
         return;
+    const bool loopback = url.isLoopback();
+    if (loopback_ != loopback)
+        options_.applyRoute(handle(), loopback);
+    loopback_ = loopback;
     setOption(handle(), CURLOPT_URL, url.string().c_str());
     address_ = url.string();
-    const bool loopback = url.isLoopback();
-    if (loopback_ == loopback)
-        return;
-    options_.applyRoute(handle(), loopback);
-    loopback_ = loopback;
 }
 
 void CurlTransfer::setMethod(const URLRequest& request)
@@ -132,7 +131,8 @@ void CurlTransfer::setMethod(const URLRequest& request)
     setOption(handle(), CURLOPT_POSTFIELDS,
               body.empty() ? "" : reinterpret_cast<const char*>(body.data()));
     setOption(handle(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-    setOption(handle(), CURLOPT_NOPROGRESS, body.size() > watchedBody ? 0L : 1L);
+    if (body.size() > watchedBody)
+        setOption(handle(), CURLOPT_NOPROGRESS, 0L);
 }
 
 void CurlTransfer::setTimeLimit(std::chrono::milliseconds ofRequest)
@@ -301,7 +301,10 @@ std::shared_ptr<CurlTask> CurlTransfer::release()
     headers_.clear();
     thrown_ = nullptr;
     if (hasBody_)
+    {
         setOption(handle(), CURLOPT_POSTFIELDS, "");
+        setOption(handle(), CURLOPT_NOPROGRESS, 1L);
+    }
     return std::exchange(task_, nullptr);
 }
 

@@ -44,6 +44,13 @@ struct Progress::Observers
 
 Progress::~Progress() = default;
 
+/// The completed count first: a total that is newer than it is never smaller.
+std::pair<std::int64_t, std::int64_t> Progress::counts() const
+{
+    const std::int64_t completed = completed_;
+    return {total_, completed};
+}
+
 Progress::Subscription Progress::observe(Observer observer)
 {
     std::call_once(firstObserver_, [this] { observers_ = std::make_shared<Observers>(); });
@@ -54,18 +61,19 @@ Progress::Subscription Progress::observe(Observer observer)
 
     // Announced before the counts are read: an update that is missed here sees the announcement.
     observed_ = true;
-    observers_->tell({total_, completed_});
+    observers_->tell(counts());
     return Subscription(observers_, id);
 }
 
 void Progress::update(std::int64_t total, std::int64_t completed)
 {
-    total_ = total;
+    // The store that is ordered before the look at `observed_` publishes both.
+    total_.store(total, std::memory_order_relaxed);
     completed_ = completed;
     if (!observed_)
         return;
     const std::lock_guard lock(observers_->mutex);
-    observers_->tell({total_, completed_});
+    observers_->tell(counts());
 }
 
 Progress::Subscription::Subscription(std::weak_ptr<Observers> observers, std::uint64_t id) noexcept

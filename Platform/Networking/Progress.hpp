@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 namespace platform
 {
@@ -12,7 +13,7 @@ namespace platform
 /// How far a piece of work has come, in units of its own choice. A total below zero: not known.
 ///
 /// Every function may be called from any thread; `update` is for the one that does the work, and
-/// costs two stores as long as nobody observes.
+/// costs next to nothing as long as nobody observes.
 class Progress
 {
     struct Observers;
@@ -55,6 +56,8 @@ public:
     void update(std::int64_t total, std::int64_t completed);
 
 private:
+    std::pair<std::int64_t, std::int64_t> counts() const;
+
     std::atomic<std::int64_t> total_ = 0;
     std::atomic<std::int64_t> completed_ = 0;
     std::atomic<bool> observed_ = false;
