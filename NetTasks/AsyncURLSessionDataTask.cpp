@@ -3,6 +3,8 @@
 #include "Platform/Basics/Fatal.hpp"
 #include "Platform/Concurrency/Continuation.hpp"
 
+#include <atomic>
+
 namespace nettasks
 {
 namespace
@@ -26,6 +28,7 @@ platform::Outcome<DataAndResponse> outcomeOf(platform::URLCompletion completion)
 struct AsyncURLSessionDataTask::Caller
 {
     std::shared_ptr<Continuation> continuation;
+    std::atomic<bool> resumed = false;
 };
 
 AsyncURLSessionDataTask::AsyncURLSessionDataTask(platform::URLRequest request,
@@ -46,7 +49,7 @@ AsyncURLSessionDataTask::AsyncURLSessionDataTask(platform::URLRequest request,
 
 platform::Awaitable<DataAndResponse> AsyncURLSessionDataTask::resume()
 {
-    if (caller_->continuation)
+    if (caller_->resumed.exchange(true))
         platform::fatal("AsyncURLSessionDataTask::resume() was called twice");
     // The caller's wait keeps all three alive, whoever lets go of this object meanwhile.
     auto start = [caller = caller_, task = urlSessionTask_,

@@ -6,7 +6,8 @@
 namespace platform
 {
 
-/// Where work runs: a run loop, an actor, a worker thread.
+/// Where work runs, one piece at a time: a run loop, an actor, a worker thread. Of a pool of
+/// threads, take a strand: work that is cancelled while it runs elsewhere is not safe in Asio.
 using Executor = boost::asio::any_io_executor;
 
 /// Lazy work: nothing happens until it is awaited, or started with `Task` or `start`.

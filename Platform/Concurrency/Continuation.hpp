@@ -29,9 +29,15 @@ public:
 
     void resume(Outcome<T> outcome)
     {
-        if (!resumed_.exchange(true))
-            deliver(std::move(outcome));
+        if (resumed_.exchange(true))
+            return;
+        outcome_ = std::move(outcome);
+        passGate();
     }
+
+    /// To be called once, when the wait has been started. Until then an outcome is held back: it
+    /// would let the caller go on, perhaps on another thread, in the middle of its own start.
+    void started() { passGate(); }
 
     /// What to do when the caller is cancelled while it waits; it runs on the caller's executor.
     /// To be set while the wait is being started, and not later.
@@ -47,7 +53,16 @@ protected:
     virtual void deliver(Outcome<T> outcome) = 0;
 
 private:
+    /// The second of the two, start and outcome, lets the caller go on.
+    void passGate()
+    {
+        if (passed_.fetch_add(1) == 1)
+            deliver(std::move(outcome_));
+    }
+
     std::atomic<bool> resumed_ = false;
+    std::atomic<int> passed_ = 0;
+    Outcome<T> outcome_;
     std::function<void()> onCancel_;
 };
 
@@ -107,6 +122,8 @@ Awaitable<T> suspendCaller(Start start)
         start(std::shared_ptr<Continuation<T>>(continuation));
         if (cancelled)
             continuation->cancel();
+        // From here on this frame may be gone.
+        continuation->started();
     };
     using Token = boost::asio::use_awaitable_t<Executor>;
     auto wait = boost::asio::async_initiate<const Token, void(Outcome<T>)>(initiation, Token());

@@ -10,11 +10,14 @@ namespace
 
 namespace execution = boost::asio::execution;
 
-/// What Asio asks of an executor, answered by a `MainActor`.
+/// What Asio asks of an executor, answered by a `MainActor`. It does not own the actor: work that
+/// waits in the actor's own queue holds its executor, and would keep both for ever.
 class MainActorExecutor
 {
 public:
-    explicit MainActorExecutor(std::shared_ptr<MainActor> actor) : actor_(std::move(actor)) {}
+    explicit MainActorExecutor(const std::shared_ptr<MainActor>& actor)
+        : actor_(actor), identity_(actor.get())
+    {}
 
     boost::asio::execution_context& query(execution::context_t) const noexcept
     {
@@ -35,16 +38,22 @@ public:
     template <class Function>
     void execute(Function function) const
     {
-        if (mayRunInline_ && actor_->isCurrent())
+        const auto actor = actor_.lock();
+        if (!actor)
+            return;
+        if (mayRunInline_ && actor->isCurrent())
         {
             function();
             return;
         }
         auto shared = std::make_shared<Function>(std::move(function));
-        actor_->enqueue([shared] { (*shared)(); });
+        actor->enqueue([shared] { (*shared)(); });
     }
 
-    bool operator==(const MainActorExecutor&) const noexcept = default;
+    bool operator==(const MainActorExecutor& other) const noexcept
+    {
+        return identity_ == other.identity_ && mayRunInline_ == other.mayRunInline_;
+    }
 
 private:
     MainActorExecutor withInline(bool mayRunInline) const
@@ -54,15 +63,16 @@ private:
         return copy;
     }
 
-    std::shared_ptr<MainActor> actor_;
+    std::weak_ptr<MainActor> actor_;
+    const MainActor* identity_;
     bool mayRunInline_ = true;
 };
 
 }  // namespace
 
-Executor executorOf(std::shared_ptr<MainActor> actor)
+Executor executorOf(const std::shared_ptr<MainActor>& actor)
 {
-    return MainActorExecutor(std::move(actor));
+    return MainActorExecutor(actor);
 }
 
 }  // namespace platform

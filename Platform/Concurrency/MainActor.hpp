@@ -24,7 +24,8 @@ public:
 };
 
 /// The executor that runs work on the main thread: at once when dispatched from the main thread
-/// itself, through `enqueue` otherwise.
-Executor executorOf(std::shared_ptr<MainActor> actor);
+/// itself, through `enqueue` otherwise. It does not keep the actor; once that is gone, work is
+/// dropped.
+Executor executorOf(const std::shared_ptr<MainActor>& actor);
 
 }  // namespace platform

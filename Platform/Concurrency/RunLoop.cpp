@@ -14,8 +14,16 @@ void RunLoop::enqueue(std::function<void()> work)
 
 void RunLoop::run()
 {
-    while (auto work = next(true))
+    for (;;)
+    {
+        std::unique_lock lock(mutex_);
+        arrived_.wait(lock, [this] { return stopped_ || !waiting_.empty(); });
+        if (std::exchange(stopped_, false))
+            return;
+        const auto work = takeFirst();
+        lock.unlock();
         work();
+    }
 }
 
 void RunLoop::stop()
@@ -29,35 +37,31 @@ void RunLoop::stop()
 
 std::size_t RunLoop::runReady()
 {
-    std::size_t count = 0;
-    while (auto work = next(false))
+    for (std::size_t count = 0;; ++count)
     {
+        std::unique_lock lock(mutex_);
+        if (waiting_.empty())
+            return count;
+        const auto work = takeFirst();
+        lock.unlock();
         work();
-        ++count;
     }
-    return count;
 }
 
 void RunLoop::runUntil(const std::function<bool()>& ended)
 {
     while (!ended())
     {
-        auto work = next(true);
-        if (!work)
-            return;
+        std::unique_lock lock(mutex_);
+        arrived_.wait(lock, [this] { return !waiting_.empty(); });
+        const auto work = takeFirst();
+        lock.unlock();
         work();
     }
 }
 
-std::function<void()> RunLoop::next(bool mayWait)
+std::function<void()> RunLoop::takeFirst()
 {
-    std::unique_lock lock(mutex_);
-    if (mayWait)
-        arrived_.wait(lock, [this] { return stopped_ || !waiting_.empty(); });
-    if (mayWait && std::exchange(stopped_, false))
-        return nullptr;
-    if (waiting_.empty())
-        return nullptr;
     auto work = std::move(waiting_.front());
     waiting_.pop_front();
     return work;

@@ -26,17 +26,18 @@ public:
     /// Runs work until `stop()`.
     void run();
 
-    /// Ends `run()` after the piece of work that runs now. Any thread may call it.
+    /// Ends `run()` after the piece of work that runs now; without one, the next `run()` at once.
+    /// Any thread may call it.
     void stop();
 
     /// Runs what is waiting, without waiting for more. Returns how many pieces there were.
     std::size_t runReady();
 
-    /// Runs the loop until `ended()` holds, looked at after each piece of work.
+    /// Runs work until `ended()` holds, looked at after each piece. `stop()` does not end it.
     void runUntil(const std::function<bool()>& ended);
 
 private:
-    std::function<void()> next(bool mayWait);
+    std::function<void()> takeFirst();
 
     const std::thread::id thread_;
     std::mutex mutex_;

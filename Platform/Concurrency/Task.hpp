@@ -18,7 +18,7 @@ class Task
 {
 public:
     /// Starts `work` on `executor`.
-    static Task start(Executor executor, Awaitable<T> work)
+    static Task start(const Executor& executor, Awaitable<T> work)
     {
         Task task(std::make_shared<State>());
         auto state = task.state_;
@@ -43,7 +43,8 @@ public:
     Awaitable<T> value() const
     {
         auto state = state_;
-        auto start = [state](std::shared_ptr<Continuation<T>> caller) { state->wait(caller); };
+        auto start = [state](std::shared_ptr<Continuation<T>> caller)
+        { State::wait(state, std::move(caller)); };
         return suspendCaller<T>(std::move(start));
     }
 
@@ -64,20 +65,33 @@ private:
                 caller->resume(result);
         }
 
-        void wait(std::shared_ptr<Continuation<T>> caller)
+        static void wait(const std::shared_ptr<State>& state,
+                         std::shared_ptr<Continuation<T>> caller)
         {
-            std::weak_ptr<Continuation<T>> waiter = caller;
-            caller->onCancel(
-                [waiter]
-                {
-                    if (auto alive = waiter.lock())
-                        alive->resume(std::make_exception_ptr(CancellationError()));
-                });
-            const std::lock_guard lock(mutex);
-            if (outcome)
-                caller->resume(*outcome);
+            caller->onCancel([held = std::weak_ptr(state), key = caller.get()]
+                             { giveUp(held, key); });
+            const std::lock_guard lock(state->mutex);
+            if (state->outcome)
+                caller->resume(*state->outcome);
             else
-                waiting.push_back(std::move(caller));
+                state->waiting.push_back(std::move(caller));
+        }
+
+        /// Lets one caller go; it is not listed any more when the work ends.
+        static void giveUp(const std::weak_ptr<State>& held, const Continuation<T>* key)
+        {
+            const auto state = held.lock();
+            if (!state)
+                return;
+            const std::lock_guard lock(state->mutex);
+            auto& waiting = state->waiting;
+            const auto found = std::find_if(waiting.begin(), waiting.end(),
+                                            [key](const auto& one) { return one.get() == key; });
+            if (found == waiting.end())
+                return;
+            const auto caller = *found;
+            waiting.erase(found);
+            caller->resume(std::make_exception_ptr(CancellationError()));
         }
 
         std::mutex mutex;
@@ -95,7 +109,7 @@ private:
 /// For hosts that write no coroutines: starts `work` on `executor` and calls `onEnd` there with its
 /// `Outcome`, exactly once. The handle cancels the work; it has ended when `onEnd` has returned.
 template <class T, class OnEnd>
-Task<void> start(Executor executor, Awaitable<T> work, OnEnd onEnd)
+Task<void> start(const Executor& executor, Awaitable<T> work, OnEnd onEnd)
 {
     auto whole = [](Awaitable<T> inner, OnEnd end) -> Awaitable<void>
     {

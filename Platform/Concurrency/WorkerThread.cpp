@@ -21,7 +21,7 @@ struct WorkerThread::State
     bool stopped = false;
 };
 
-WorkerThread::WorkerThread() : state_(std::make_unique<State>()) {}
+WorkerThread::WorkerThread() : state_(std::make_shared<State>()) {}
 
 WorkerThread::~WorkerThread()
 {
@@ -32,8 +32,7 @@ Executor WorkerThread::executor()
 {
     const std::lock_guard lock(state_->mutex);
     if (!state_->stopped && !state_->thread.joinable())
-        state_->thread =
-            startThread("tessera-worker", [state = state_.get()] { state->context.run(); });
+        state_->thread = startThread("tessera-worker", [state = state_] { state->context.run(); });
     return state_->context.get_executor();
 }
 

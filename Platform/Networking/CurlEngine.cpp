@@ -82,13 +82,21 @@ bool CurlEngine::leave(Tasks& door, std::shared_ptr<CurlTask> task)
         if (stopped_)
             return false;
         if (!thread_.joinable())
-            thread_ = startThread("url-session", [self = shared_from_this()] { self->run(); });
+            startLoop();
         door.push_back(std::move(task));
         wasAsleep = std::exchange(asleep_, false);
     }
     if (wasAsleep)
         wake();
     return true;
+}
+
+/// Made here and not on the thread, so that a machine without descriptors is the task's error.
+void CurlEngine::startLoop()
+{
+    auto loop = std::make_shared<CurlLoop>(wakeDescriptor_);
+    thread_ = startThread(
+        "url-session", [self = shared_from_this(), loop = std::move(loop)] { self->run(*loop); });
 }
 
 void CurlEngine::wake() const
@@ -112,10 +120,9 @@ void CurlEngine::stop()
         thread_.join();
 }
 
-void CurlEngine::run()
+void CurlEngine::run(CurlLoop& loop)
 {
     currentEngine = this;
-    CurlLoop loop(wakeDescriptor_);
     loop_ = &loop;
     while (takeTasks())
     {

@@ -41,10 +41,11 @@ private:
     using Finished = std::vector<std::pair<std::shared_ptr<CurlTask>, URLCompletion>>;
 
     bool leave(Tasks& door, std::shared_ptr<CurlTask> task);
+    void startLoop();
     void wake() const;
 
     // On the thread.
-    void run();
+    void run(CurlLoop& loop);
     bool takeTasks();
     bool maySleep();
     void begin(const std::shared_ptr<CurlTask>& task);

@@ -38,13 +38,14 @@ X509_STORE* storeOf(const std::optional<std::string>& pem)
     if (!text || !store)
         throw std::bad_alloc();
     int count = 0;
+    // The end of the text is an error to OpenSSL, and would be found by whoever asks next.
+    ERR_set_mark();
     while (X509* const certificate = PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr))
     {
         count += X509_STORE_add_cert(store.get(), certificate);
         X509_free(certificate);
     }
-    // The end of the text is an error to OpenSSL, and would be found by whoever asks next.
-    ERR_clear_error();
+    ERR_pop_to_mark();
     if (count == 0)
         throw std::invalid_argument("The trusted authority holds no certificate in PEM");
     // As libcurl has it: what is listed is trusted, also when it is not a root.

@@ -26,14 +26,16 @@ bool isFraming(std::string_view name)
     return std::ranges::any_of(framing, [name](auto other) { return sameName(name, other); });
 }
 
-/// Without a way out of the loop, so that it is compiled to vector instructions: a token has a
-/// thousand characters.
+/// Without a way out of the loop and on bytes alone, so that it is compiled to vector instructions:
+/// a token has a thousand characters.
 bool hasControl(std::string_view value)
 {
-    unsigned found = 0;
+    unsigned char found = 0;
     for (const char character : value)
-        found |=
-            unsigned{static_cast<unsigned char>(character) < 0x20} | unsigned{character == 0x7F};
+    {
+        const auto byte = static_cast<unsigned char>(character);
+        found |= static_cast<unsigned char>((byte < 0x20) | (byte == 0x7F));
+    }
     return found != 0;
 }
 

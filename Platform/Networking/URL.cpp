@@ -48,6 +48,15 @@ std::optional<std::string> part(const Handle& handle, CURLUPart which, unsigned 
     return std::string(text);
 }
 
+/// The host, when it has a spelling that does not depend on the machine's locale.
+std::optional<std::string> hostOf(const Handle& handle)
+{
+    auto host = part(handle, CURLUPART_HOST);
+    if (!host || !std::ranges::all_of(*host, isASCII))
+        return std::nullopt;
+    return host;
+}
+
 Handle newHandle()
 {
     Handle handle(curl_url(), &curl_url_cleanup);
@@ -67,15 +76,15 @@ bool isLoopbackNumber(const std::string& host)
 std::optional<URL> URL::resolve(std::string_view base, std::string_view relative)
 {
     const Handle handle = newHandle();
-    if (!apply(handle, base, 0))
+    if (!apply(handle, base, 0) || !hostOf(handle))
         return std::nullopt;
     if (!relative.empty() && !apply(handle, relative, CURLU_URLENCODE))
         return std::nullopt;
 
     auto text = part(handle, CURLUPART_URL);
     auto scheme = part(handle, CURLUPART_SCHEME);
-    auto host = part(handle, CURLUPART_HOST);
-    if (!text || !scheme || !host || !std::ranges::all_of(*host, isASCII))
+    auto host = hostOf(handle);
+    if (!text || !scheme || !host)
         return std::nullopt;
 
     URL url;
