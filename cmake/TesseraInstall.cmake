@@ -24,5 +24,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/TesseraConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/TesseraConfig.cmake ${PROJECT_BINARY_DIR}/TesseraConfigVersion.cmake
   DESTINATION ${package_folder})
 
+# Found from where the file lies, so that `cmake --install --prefix` needs no second configuration.
+file(RELATIVE_PATH TESSERA_PC_TO_PREFIX /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
 configure_file(cmake/tessera.pc.in ${PROJECT_BINARY_DIR}/tessera.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tessera.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -5,6 +5,9 @@
 namespace platform
 {
 
-void wipe(void* memory, std::size_t size) noexcept { explicit_bzero(memory, size); }
+void wipe(void* memory, std::size_t size) noexcept
+{
+    explicit_bzero(memory, size);
+}
 
 }  // namespace platform

@@ -5,8 +5,8 @@
 #include <boost/json/serializer.hpp>
 #include <boost/json/value.hpp>
 
-#include "Platform/Coding/Text.hpp"
 #include "Platform/Basics/Wipe.hpp"
+#include "Platform/Coding/Text.hpp"
 #include "Platform/Coding/WipedBuffer.hpp"
 
 namespace platform

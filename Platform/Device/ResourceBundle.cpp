@@ -105,8 +105,7 @@ std::vector<std::filesystem::path> systemResourceFolders()
     const auto program = std::filesystem::read_symlink("/proc/self/exe", unreadable);
     if (!unreadable)
         folders.push_back(program.parent_path().parent_path() / "share" / "tessera");
-    folders.emplace_back(TESSERA_INSTALLED_RESOURCES);
-    folders.emplace_back(TESSERA_BUILT_RESOURCES);
+    folders.emplace_back(TESSERA_RESOURCES);
     return folders;
 }
 

@@ -29,8 +29,8 @@ public:
                                         const std::vector<std::string>& languages) const = 0;
 };
 
-/// Where the resources of this library may lie: beside the program, where the library was
-/// installed, and where it was built.
+/// Where the resources of this library may lie: in "../share/tessera" seen from the program's
+/// folder, and in the prefix that the library was configured for.
 std::vector<std::filesystem::path> systemResourceFolders();
 
 }  // namespace platform

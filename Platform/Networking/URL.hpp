@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -42,6 +43,10 @@ public:
     bool isLoopback() const;
 
     bool operator==(const URL& other) const noexcept { return text_ == other.text_; }
+    friend std::size_t hash_value(const URL& url) noexcept
+    {
+        return std::hash<std::string>{}(url.text_);
+    }
 
 private:
     URL() = default;

@@ -59,15 +59,17 @@ class URLSession
 {
 public:
     /// Called once for each task that was resumed, on the session's own thread: it must hand on
-    /// what it got and return soon, must not throw, and may start and cancel tasks.
+    /// what it got and return soon, must not throw, and may start and cancel tasks. It must not be
+    /// empty.
     using Completion = std::function<void(URLCompletion)>;
 
     virtual ~URLSession();
 
     /// A transfer that is not started yet.
     ///
-    /// What its completion may report: `URLError`; `CancellationError`; `std::bad_alloc`. A status
-    /// such as 404 is an answer, not an error.
+    /// What its completion may report: `URLError`; `CancellationError`; `std::bad_alloc`;
+    /// `std::system_error` when the machine has no thread or descriptor left. A status such as 404
+    /// is an answer, not an error.
     virtual std::shared_ptr<URLSessionTask> dataTask(URLRequest request, Completion completion) = 0;
 
 protected:

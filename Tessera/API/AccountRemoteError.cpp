@@ -3,6 +3,8 @@
 #include "Platform/Coding/JSONDescribed.hpp"
 #include "Tessera/Tokens/LocalizedText.hpp"
 
+#include <boost/container_hash/hash.hpp>
+
 #include <array>
 
 namespace tessera
@@ -33,6 +35,22 @@ AccountRemoteError::ErrorCode AccountRemoteError::errorCode(std::string_view wir
         if (known.wireText == wireText)
             return known.code;
     return OtherCode{std::string(wireText)};
+}
+
+std::size_t hash_value(const AccountRemoteError& error)
+{
+    std::size_t seed = 0;
+    boost::hash_combine(seed, error.code_.has_value());
+    if (error.code_)
+    {
+        boost::hash_combine(seed, error.code_->index());
+        if (const auto* known = std::get_if<AccountRemoteError::KnownCode>(&*error.code_))
+            boost::hash_combine(seed, static_cast<int>(*known));
+        else
+            boost::hash_combine(seed, std::get<AccountRemoteError::OtherCode>(*error.code_).text);
+    }
+    boost::hash_combine(seed, error.message_);
+    return seed;
 }
 
 const char* AccountRemoteError::what() const noexcept

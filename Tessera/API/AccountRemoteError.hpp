@@ -58,6 +58,7 @@ public:
     {
         return code_ == other.code_ && message_ == other.message_;
     }
+    friend std::size_t hash_value(const AccountRemoteError& error);
 
 private:
     std::optional<ErrorCode> code_;

@@ -43,6 +43,11 @@ public:
     AccountRequestBuilder(AccountEnvironment environment, AccountClient client, std::string version,
                           std::optional<platform::SecretString> token);
 
+    const AccountEnvironment& environment() const noexcept { return environment_; }
+    const AccountClient& client() const noexcept { return client_; }
+    const std::string& version() const noexcept { return version_; }
+    const std::optional<platform::SecretString>& token() const noexcept { return token_; }
+
     /// Asks the server to mail a one-time code.
     platform::URLRequest oneTimeCodeRequest(platform::SecretString email) const;
 

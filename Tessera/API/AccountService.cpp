@@ -69,6 +69,35 @@ AccountService::AccountService(AccountEnvironment environment, AccountClient cli
           State{std::move(environment), std::move(client), std::move(urlSession), std::nullopt}))
 {}
 
+const AccountEnvironment& AccountService::environment() const noexcept
+{
+    return state_->environment;
+}
+
+const AccountClient& AccountService::client() const noexcept
+{
+    return state_->client;
+}
+
+const std::shared_ptr<platform::URLSession>& AccountService::urlSession() const noexcept
+{
+    return state_->urlSession;
+}
+
+Awaitable<std::optional<SecretString>> AccountService::token() const
+{
+    auto read = [](std::shared_ptr<State> state) -> Awaitable<std::optional<SecretString>>
+    { co_return state->token; };
+    return actor_.run(read(state_));
+}
+
+Awaitable<AccountRequestBuilder> AccountService::requestBuilder() const
+{
+    auto make = [](std::shared_ptr<State> state) -> Awaitable<AccountRequestBuilder>
+    { co_return state->requestBuilder(); };
+    return actor_.run(make(state_));
+}
+
 Awaitable<void> AccountService::authenticate(SecretString token)
 {
     return actor_.run(keepToken<State>(state_, std::move(token)));

@@ -34,6 +34,16 @@ public:
         std::shared_ptr<platform::URLSession> urlSession = platform::services().urlSession,
         const platform::Executor& executor = platform::services().background);
 
+    const AccountEnvironment& environment() const noexcept;
+    const AccountClient& client() const noexcept;
+    const std::shared_ptr<platform::URLSession>& urlSession() const noexcept;
+
+    /// The stored token, as it is when the actor's turn comes.
+    platform::Awaitable<std::optional<platform::SecretString>> token() const;
+
+    /// A builder for the stored token, as it is when the actor's turn comes.
+    platform::Awaitable<AccountRequestBuilder> requestBuilder() const;
+
     /// Keeps the token that authorises later calls.
     platform::Awaitable<void> authenticate(platform::SecretString token);
     platform::Awaitable<void> deauthenticate();

@@ -3,6 +3,7 @@
 #include "Platform/Networking/URL.hpp"
 #include "Tessera/Tokens/JWTPublicKey.hpp"
 
+#include <boost/describe/class.hpp>
 #include <boost/describe/enum.hpp>
 
 #include <array>
@@ -53,6 +54,9 @@ struct AccountEnvironment
     bool operator==(const AccountEnvironment&) const = default;
 };
 
+BOOST_DESCRIBE_STRUCT(AccountEnvironment, (),
+                      (distribution, server, localizedName, localizedKeychainIdentifier,
+                       jwtPublicKey, endpointURL, accountURL, marketingURL))
 BOOST_DESCRIBE_ENUM(AccountEnvironment::Distribution, direct, apple)
 BOOST_DESCRIBE_ENUM(AccountEnvironment::Server, local, preview, production)
 

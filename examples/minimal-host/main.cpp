@@ -1,8 +1,9 @@
 // The least that a program needs to sign its user in and to show who that is.
 //
-//     minimal-host EMAIL                               the preview server of the library's build
-//     minimal-host EMAIL ENDPOINT KEY.pem AUTHORITY.pem   a development server, see its
-//     documentation
+//     minimal-host EMAIL
+//         at the preview server that the library was built for
+//     minimal-host EMAIL ENDPOINT KEY.pem AUTHORITY.pem
+//         at a development server, see its documentation
 //
 // The code that the server mails is read from standard input.
 
@@ -47,8 +48,8 @@ AccountEnvironment developmentServer(const char* endpoint, const char* keyFile)
     return environment;
 }
 
-/// A coroutine of the host's own, on its main thread. (A desktop program asks for the code in a
-/// window; reading it from the terminal here is all that blocks.)
+/// A coroutine of the host's own, on its main thread. A desktop program asks for the code in a
+/// window; reading it from the terminal is all that blocks here.
 platform::Awaitable<AccountProfile> signIn(AccountEnvironment environment, AccountClient client,
                                            std::shared_ptr<platform::URLSession> session,
                                            std::string email)
@@ -99,6 +100,8 @@ int main(int argc, char** argv)
         const auto environment =
             development ? developmentServer(argv[2], argv[3]) : AccountEnvironment::directPreview();
 
+        std::cout << client.localizedName << " " << client.version << ", "
+                  << localizedTitle(client.releaseChannel) << "\n";
         auto loop = std::make_shared<platform::RunLoop>();
         const auto profile =
             platform::runToEnd(loop, signIn(environment, client, session, argv[1]));

@@ -3,6 +3,7 @@
 #include "Platform/Concurrency/CancellationError.hpp"
 #include "Platform/Concurrency/RunLoop.hpp"
 #include "Tessera/API/AccountRemoteError.hpp"
+#include "tests/support/ManualClock.hpp"
 #include "tests/support/ScriptedURLSession.hpp"
 
 #include <gtest/gtest.h>
@@ -134,16 +135,34 @@ TEST_F(NetTasks, CancellingTheCallerCancelsTheTransfer)
     loop->runReady();
     EXPECT_TRUE(session->started.back()->ended());
     EXPECT_THROW(ended(waiting), platform::CancellationError);
+}
 
-    // Cancelled before it began: nothing is sent.
-    auto cancelledFirst = [](std::shared_ptr<platform::RunLoop> home,
-                             Awaitable<void> check) -> Awaitable<void>
-    { co_await platform::runOn<void>(platform::executorOf(home), std::move(check)); };
-    auto early = Task<void>::start(
-        platform::executorOf(loop),
-        cancelledFirst(loop, checkResponse<AccountRemoteError>(session, request())));
-    early.cancel();
-    EXPECT_THROW(ended(early), platform::CancellationError);
+TEST_F(NetTasks, ACallerThatWasCancelledBeforeSendsNothing)
+{
+    auto clock = std::make_shared<ManualClock>();
+    auto cancelledFirst = [](std::shared_ptr<ManualClock> time,
+                             Awaitable<void> call) -> Awaitable<void>
+    {
+        auto wait = time->sleep(1);
+        auto waited = co_await platform::detail::outcomeOf<void>(std::move(wait));
+        EXPECT_FALSE(waited.succeeded());
+        co_await std::move(call);
+    };
+    auto decoding = [](std::shared_ptr<ScriptedURLSession> with) -> Awaitable<void>
+    {
+        auto value = co_await decodeData<Event, AccountRemoteError>(with, request());
+        EXPECT_EQ(value, Event());
+    };
+    for (const bool decodes : {false, true})
+    {
+        auto work =
+            decodes ? decoding(session) : checkResponse<AccountRemoteError>(session, request());
+        auto call =
+            Task<void>::start(platform::executorOf(loop), cancelledFirst(clock, std::move(work)));
+        call.cancel();
+        EXPECT_THROW(ended(call), platform::CancellationError);
+    }
+    EXPECT_TRUE(session->started.empty());
 }
 
 TEST_F(NetTasks, ATaskReportsItsTransferAndEndsItWhenAsked)

@@ -183,7 +183,7 @@ TEST_F(Concurrency, TheSystemClockSleepsAndIsCancelledAcrossThreads)
 }
 
 // Completion on one thread meets cancellation from another: each call ends once, and no frame is
-// used after its end. The sanitizers judge; the counts show that both ends occur or may occur.
+// used after its end. The sanitizers judge.
 TEST_F(Concurrency, CancellationMeetsCompletion)
 {
     Actor actor(worker.executor());

@@ -59,6 +59,7 @@ TEST(URL, RefusesWhatNamesNoHost)
                                       std::string_view("https://host/\0x", 15)};
     for (const std::string_view base : bases)
         EXPECT_EQ(resolved(base, "/v2"), std::nullopt) << base;
+    EXPECT_EQ(resolved("https://ex\xC3\xA4mple.net/", "https://host/"), std::nullopt);
     EXPECT_EQ(resolved("https://host/", std::string_view("/v2\0x", 5)), std::nullopt);
     EXPECT_EQ(resolved("https://host/", "/v2\r\nHost: other"), std::nullopt);
 }

@@ -179,7 +179,7 @@ TEST(AccountRequestBuilder, APathThatDoesNotResolveIsAMalformedURL)
     }
 }
 
-TEST(AccountRequestBuilder, LanguagesAreWeighedWhateverTheHostsLocale)
+TEST(AccountRequestBuilder, LanguagesWeighLessTheLaterTheyStand)
 {
     EXPECT_EQ(acceptLanguage({}), "");
     EXPECT_EQ(acceptLanguage({"a", "b", "c", "d", "e", "f", "g"}),
@@ -237,6 +237,17 @@ TEST_F(Service, TheStoredTokenAuthorisesAndTheGivenOneSignsOut)
     EXPECT_EQ(sentCredentials(), "Bearer gone");
     session->started.back()->answer(204, "");
     EXPECT_NO_THROW(ended(deletion));
+}
+
+TEST_F(Service, WhatItHoldsCanBeRead)
+{
+    ended(started(service.authenticate(SecretString("stored"))));
+
+    EXPECT_EQ(service.environment(), environment());
+    EXPECT_EQ(service.client(), client());
+    EXPECT_EQ(ended(started(service.token())), SecretString("stored"));
+    EXPECT_EQ(ended(started(service.requestBuilder())).token(), SecretString("stored"));
+    EXPECT_EQ(ended(started(service.requestBuilder())).version(), "v2");
 }
 
 TEST_F(Service, SigningInIsAuthenticatedOnlyWhenAsked)

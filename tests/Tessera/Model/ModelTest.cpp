@@ -116,6 +116,9 @@ TEST(AccountEnvironment, PresetsOfAServerShareItsKeyAndKeepItsKeychainItemsApart
     EXPECT_EQ(direct.localizedName, "Ostra Account");
     EXPECT_EQ(preview.localizedName, "Ostra Account Preview");
     EXPECT_NE(direct, apple);
+    EXPECT_NE(boost::hash<AccountEnvironment>()(direct), boost::hash<AccountEnvironment>()(apple));
+    EXPECT_EQ(boost::hash<AccountEnvironment>()(direct),
+              boost::hash<AccountEnvironment>()(AccountEnvironment(direct)));
 }
 
 TEST(AccountInfo, IsFreshUntilSixHoursHavePassedToTheSecond)

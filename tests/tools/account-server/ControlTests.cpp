@@ -1,9 +1,9 @@
 #include "tests/tools/account-server/TestServer.hpp"
 
-#include <boost/json/serialize.hpp>
-#include <boost/json/value.hpp>
 #include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <boost/json/serialize.hpp>
+#include <boost/json/value.hpp>
 
 #include <chrono>
 

@@ -1,11 +1,11 @@
 #include "tests/tools/account-server/TestServer.hpp"
 #include "tools/account-server/Mailer.hpp"
 
+#include <gtest/gtest.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read_until.hpp>
 #include <boost/asio/write.hpp>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <thread>

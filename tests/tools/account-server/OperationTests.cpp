@@ -1,7 +1,7 @@
 #include "tests/tools/account-server/TestServer.hpp"
 
-#include <boost/json/value.hpp>
 #include <gtest/gtest.h>
+#include <boost/json/value.hpp>
 
 namespace accountserver
 {

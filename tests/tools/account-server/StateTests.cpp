@@ -3,10 +3,10 @@
 #include "tools/account-server/Failure.hpp"
 #include "tools/account-server/Files.hpp"
 
-#include <boost/json/value.hpp>
 #include <gtest/gtest.h>
 #include <openssl/x509v3.h>
 #include <sqlite3.h>
+#include <boost/json/value.hpp>
 
 #include <ctime>
 #include <fstream>

@@ -4,10 +4,10 @@
 #include "tools/account-server/Mailer.hpp"
 #include "tools/account-server/OpenSSL.hpp"
 
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
 #include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
 
 #include <stdlib.h>
 

@@ -1,12 +1,12 @@
 #include "tests/tools/account-server/TestServer.hpp"
 
+#include <gtest/gtest.h>
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/json/value.hpp>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>

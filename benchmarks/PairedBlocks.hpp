@@ -1,0 +1,34 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// One way of doing the thing: `run(count)` does it so many times.
+struct Way
+{
+    std::string name;
+    std::size_t count;
+    std::function<void(std::size_t)> run;
+};
+
+/// What is measured, the least that it could cost, and others that are shown beside them.
+struct Comparison
+{
+    double goal;
+    Way measured;
+    Way limit;
+    std::vector<Way> beside = {};
+};
+
+/// Measures in rounds: in each, every way runs one block, in an order that turns from round to
+/// round, and the round's ratio is that of its own blocks. What disturbs the machine for longer
+/// than a round then falls on both sides, and the median leaves out what is shorter.
+///
+/// Time is the CPU time of the whole process, threads and system calls included. The counters of
+/// the benchmark: `ratio` (median), `low` and `high` (quartiles), `goal`, and for each way the
+/// microseconds of one execution.
+void compareInBlocks(benchmark::State& state, const Comparison& comparison);
