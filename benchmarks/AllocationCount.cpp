@@ -45,10 +45,10 @@ void opensslFree(void* memory, const char*, int)
 
 // The pool's own function, which its table of virtual functions reaches by name: the program's
 // definition comes before the library's.
-void* std::pmr::synchronized_pool_resource::do_allocate(std::size_t size, std::size_t alignment)
+void* std::pmr::unsynchronized_pool_resource::do_allocate(std::size_t size, std::size_t alignment)
 {
     using Function = void* (*)(void*, std::size_t, std::size_t);
-    constexpr const char* name = "_ZNSt3pmr26synchronized_pool_resource11do_allocateEmm";
+    constexpr const char* name = "_ZNSt3pmr28unsynchronized_pool_resource11do_allocateEmm";
     static const auto original = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
     ++countedOfSecrets;
     return original(this, size, alignment);

@@ -3,6 +3,9 @@
 #include <boost/asio/execution.hpp>
 #include <boost/asio/execution_context.hpp>
 
+#include <algorithm>
+#include <utility>
+
 namespace platform
 {
 namespace
@@ -47,7 +50,9 @@ public:
             return;
         }
         auto shared = std::make_shared<Function>(std::move(function));
-        actor->enqueue([shared] { (*shared)(); });
+        std::function<void()> work = [shared] { (*shared)(); };
+        if (!MainActorBatch::keep(actor, work))
+            actor->enqueue(std::move(work));
     }
 
     bool operator==(const MainActorExecutor& other) const noexcept
@@ -73,6 +78,64 @@ private:
 Executor executorOf(const std::shared_ptr<MainActor>& actor)
 {
     return MainActorExecutor(actor);
+}
+
+namespace
+{
+
+thread_local MainActorBatch* currentBatch = nullptr;
+
+/// Runs all of `work`. What is left when one piece throws is handed back to the main thread.
+void runAll(const std::shared_ptr<MainActor>& actor, std::vector<std::function<void()>>& work)
+{
+    std::size_t next = 0;
+    try
+    {
+        while (next < work.size())
+            std::exchange(work[next++], nullptr)();
+    }
+    catch (...)
+    {
+        for (; next < work.size(); ++next)
+            actor->enqueue(std::move(work[next]));
+        throw;
+    }
+}
+
+}  // namespace
+
+MainActorBatch::MainActorBatch() noexcept : outer_(std::exchange(currentBatch, this)) {}
+
+MainActorBatch::~MainActorBatch()
+{
+    currentBatch = outer_;
+    for (auto& [actor, work] : shares_)
+    {
+        if (work.size() == 1)
+        {
+            actor->enqueue(std::move(work.front()));
+            continue;
+        }
+        auto shared = std::make_shared<std::vector<std::function<void()>>>(std::move(work));
+        // Weak, because the actor's own queue is what holds the work.
+        actor->enqueue(
+            [held = std::weak_ptr(actor), shared]
+            {
+                if (const auto alive = held.lock())
+                    runAll(alive, *shared);
+            });
+    }
+}
+
+bool MainActorBatch::keep(const std::shared_ptr<MainActor>& actor, std::function<void()>& work)
+{
+    if (!currentBatch)
+        return false;
+    auto& shares = currentBatch->shares_;
+    const auto found = std::ranges::find(shares, actor, &Share::actor);
+    Share& share = found == shares.end() ? shares.emplace_back(Share{actor, {}}) : *found;
+    share.work.push_back(std::move(work));
+    return true;
 }
 
 }  // namespace platform

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 namespace platform
 {
@@ -27,5 +28,30 @@ public:
 /// itself, through `enqueue` otherwise. It does not keep the actor; once that is gone, work is
 /// dropped.
 Executor executorOf(const std::shared_ptr<MainActor>& actor);
+
+/// While one lives, what the calling thread hands to main threads waits in it, and each main thread
+/// gets all of it as one piece of work, in order, when the object ends. A thread that has several
+/// results to tell then wakes the main thread once.
+class MainActorBatch
+{
+public:
+    MainActorBatch() noexcept;
+    ~MainActorBatch();
+    MainActorBatch(const MainActorBatch&) = delete;
+    MainActorBatch& operator=(const MainActorBatch&) = delete;
+
+    /// Keeps `work` in the batch that the calling thread has; false when it has none.
+    static bool keep(const std::shared_ptr<MainActor>& actor, std::function<void()>& work);
+
+private:
+    struct Share
+    {
+        std::shared_ptr<MainActor> actor;
+        std::vector<std::function<void()>> work;
+    };
+
+    std::vector<Share> shares_;
+    MainActorBatch* const outer_;
+};
 
 }  // namespace platform

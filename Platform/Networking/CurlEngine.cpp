@@ -1,6 +1,7 @@
 #include "Platform/Networking/CurlEngine.hpp"
 
 #include "Platform/Concurrency/CancellationError.hpp"
+#include "Platform/Concurrency/MainActor.hpp"
 #include "Platform/Concurrency/Thread.hpp"
 
 #include <sys/eventfd.h>
@@ -10,6 +11,7 @@
 #include <cstdint>
 #include <exception>
 #include <new>
+#include <optional>
 #include <system_error>
 
 namespace platform
@@ -240,6 +242,9 @@ void CurlEngine::finish(CurlTransfer& transfer, URLCompletion completion)
 void CurlEngine::tellFinished()
 {
     told_.swap(finished_);
+    std::optional<MainActorBatch> batch;
+    if (told_.size() > 1)
+        batch.emplace();
     for (auto& [task, completion] : told_)
         task->complete(std::move(completion));
     told_.clear();

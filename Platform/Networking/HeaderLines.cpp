@@ -4,6 +4,7 @@
 #include "Platform/Networking/URLError.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <span>
 
@@ -92,9 +93,14 @@ curl_slist* HeaderLines::build(const URLRequest& request)
 void HeaderLines::append(std::string_view name, std::string_view separator, std::string_view value)
 {
     char* const line = reinterpret_cast<char*>(text_.mutableView().data()) + used_;
-    char* end = std::ranges::copy(name, line).out;
-    end = std::ranges::copy(separator, end).out;
-    end = std::ranges::copy(value, end).out;
+    char* end = line;
+    for (const std::string_view part : {name, separator, value})
+    {
+        // std::copy went byte by byte here.
+        if (!part.empty())
+            std::memcpy(end, part.data(), part.size());
+        end += part.size();
+    }
     *end++ = '\0';
     used_ += static_cast<std::size_t>(end - line);
     nodes_.push_back({line, nullptr});

@@ -50,7 +50,12 @@ public:
     /// Wipes and releases the memory.
     void clear() noexcept;
 
-    void swap(SecretBytes& other) noexcept;
+    void swap(SecretBytes& other) noexcept
+    {
+        std::swap(data_, other.data_);
+        std::swap(size_, other.size_);
+        std::swap(capacity_, other.capacity_);
+    }
 
     /// Compares in a time that depends on the lengths alone.
     friend bool operator==(const SecretBytes& left, const SecretBytes& right) noexcept;
