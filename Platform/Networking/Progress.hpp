@@ -19,7 +19,7 @@ class Progress
     struct Observers;
 
 public:
-    /// Given the total and the completed count.
+    /// Given the total and the completed count. It must not throw.
     using Observer = std::function<void(std::int64_t total, std::int64_t completed)>;
 
     /// Ends the observation when it is dropped; then the observer is not running any more, unless

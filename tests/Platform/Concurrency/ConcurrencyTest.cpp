@@ -6,7 +6,11 @@
 #include "tests/support/ManualClock.hpp"
 
 #include <gtest/gtest.h>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/thread_pool.hpp>
 
+#include <atomic>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -215,4 +219,89 @@ TEST_F(Concurrency, CancellationMeetsCompletion)
 
     loop->runReady();
     EXPECT_EQ(ended, calls);
+}
+
+// Callers on several threads: the actor may answer while the call is still being made.
+TEST_F(Concurrency, CallersOnAPoolOfThreadsAreResumedOnlyWhenTheyWait)
+{
+    Actor actor(worker.executor());
+    boost::asio::thread_pool pool(3);
+    std::atomic<int> sum = 0;
+    auto calling = [](Actor there, std::atomic<int>* into) -> Awaitable<void>
+    {
+        auto one = []() -> Awaitable<int> { co_return 1; };
+        for (int i = 0; i < 500; ++i)
+            *into += co_await there.run(one());
+    };
+
+    for (int i = 0; i < 4; ++i)
+        boost::asio::co_spawn(pool, calling(actor, &sum), boost::asio::detached);
+    pool.join();
+
+    EXPECT_EQ(sum, 2000);
+}
+
+TEST_F(Concurrency, ALoopThatIsGoneDropsWhatWaitsAndWhatComes)
+{
+    auto witness = std::make_shared<int>(0);
+    const std::weak_ptr<int> held = witness;
+    auto work = [](std::shared_ptr<Clock> time, std::shared_ptr<int>) -> Awaitable<void>
+    { co_await time->sleep(1); };
+    const std::weak_ptr<RunLoop> gone = loop;
+    auto sleeping = Task<void>::start(main, work(clock, std::move(witness)));
+    loop->runReady();
+
+    // The end of the sleep waits in the loop's queue when the loop goes.
+    clock->advance(1);
+    loop.reset();
+
+    EXPECT_TRUE(gone.expired());
+    EXPECT_TRUE(held.expired());
+    sleeping.cancel();
+    boost::asio::post(main, [] { FAIL(); });
+}
+
+TEST_F(Concurrency, StoppingALoopDoesNotBreakOffWorkThatIsRunToItsEnd)
+{
+    auto stopping = [](std::shared_ptr<RunLoop> home, Actor there) -> Awaitable<int>
+    {
+        home->stop();
+        auto answer = []() -> Awaitable<int> { co_return 42; };
+        co_return co_await there.run(answer());
+    };
+
+    EXPECT_EQ(runToEnd(loop, stopping(loop, Actor(worker.executor()))), 42);
+    loop->run();
+}
+
+TEST_F(Concurrency, ResultsOfOneBatchArriveInOrderAsOnePiece)
+{
+    std::vector<int> arrived;
+    {
+        const MainActorBatch batch;
+        const auto others = executorOf(std::make_shared<RunLoop>());
+        for (int i = 0; i < 3; ++i)
+            boost::asio::post(main, [&arrived, i] { arrived.push_back(i); });
+        boost::asio::post(others, [] { FAIL() << "its loop is gone"; });
+        EXPECT_EQ(loop->runReady(), 0u);
+    }
+
+    EXPECT_EQ(loop->runReady(), 1u);
+    EXPECT_EQ(arrived, (std::vector<int>{0, 1, 2}));
+}
+
+TEST(WorkerThread, MayEndFromWithin)
+{
+    auto worker = std::make_shared<WorkerThread>();
+    auto executor = worker->executor();
+    std::promise<void> ended;
+
+    boost::asio::post(executor,
+                      [held = std::move(worker), &ended]() mutable
+                      {
+                          held.reset();
+                          ended.set_value();
+                      });
+
+    EXPECT_EQ(ended.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
