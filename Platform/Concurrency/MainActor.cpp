@@ -75,6 +75,12 @@ private:
 
 }  // namespace
 
+void MainActor::enqueueAll(std::vector<std::function<void()>> work)
+{
+    for (auto& piece : work)
+        enqueue(std::move(piece));
+}
+
 Executor executorOf(const std::shared_ptr<MainActor>& actor)
 {
     return MainActorExecutor(actor);
@@ -85,23 +91,6 @@ namespace
 
 thread_local MainActorBatch* currentBatch = nullptr;
 
-/// Runs all of `work`. What is left when one piece throws is handed back to the main thread.
-void runAll(const std::shared_ptr<MainActor>& actor, std::vector<std::function<void()>>& work)
-{
-    std::size_t next = 0;
-    try
-    {
-        while (next < work.size())
-            std::exchange(work[next++], nullptr)();
-    }
-    catch (...)
-    {
-        for (; next < work.size(); ++next)
-            actor->enqueue(std::move(work[next]));
-        throw;
-    }
-}
-
 }  // namespace
 
 MainActorBatch::MainActorBatch() noexcept : outer_(std::exchange(currentBatch, this)) {}
@@ -110,21 +99,7 @@ MainActorBatch::~MainActorBatch()
 {
     currentBatch = outer_;
     for (auto& [actor, work] : shares_)
-    {
-        if (work.size() == 1)
-        {
-            actor->enqueue(std::move(work.front()));
-            continue;
-        }
-        auto shared = std::make_shared<std::vector<std::function<void()>>>(std::move(work));
-        // Weak, because the actor's own queue is what holds the work.
-        actor->enqueue(
-            [held = std::weak_ptr(actor), shared]
-            {
-                if (const auto alive = held.lock())
-                    runAll(alive, *shared);
-            });
-    }
+        actor->enqueueAll(std::move(work));
 }
 
 bool MainActorBatch::keep(const std::shared_ptr<MainActor>& actor, std::function<void()>& work)

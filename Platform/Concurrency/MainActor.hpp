@@ -20,6 +20,9 @@ public:
     /// it never runs `work` itself. Work that is still waiting when the loop ends is dropped.
     virtual void enqueue(std::function<void()> work) = 0;
 
+    /// The same for several pieces of work. An event loop that wakes up for each does better here.
+    virtual void enqueueAll(std::vector<std::function<void()>> work);
+
     /// Whether the calling thread is the main thread.
     virtual bool isCurrent() const = 0;
 };
@@ -30,8 +33,8 @@ public:
 Executor executorOf(const std::shared_ptr<MainActor>& actor);
 
 /// While one lives, what the calling thread hands to main threads waits in it, and each main thread
-/// gets all of it as one piece of work, in order, when the object ends. A thread that has several
-/// results to tell then wakes the main thread once.
+/// gets all of it at once, in order, when the object ends. A thread that has several results to
+/// tell then wakes the main thread once.
 class MainActorBatch
 {
 public:

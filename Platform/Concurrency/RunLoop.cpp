@@ -1,5 +1,8 @@
 #include "Platform/Concurrency/RunLoop.hpp"
 
+#include <algorithm>
+#include <iterator>
+
 namespace platform
 {
 
@@ -8,6 +11,15 @@ void RunLoop::enqueue(std::function<void()> work)
     {
         const std::lock_guard lock(mutex_);
         waiting_.push_back(std::move(work));
+    }
+    arrived_.notify_one();
+}
+
+void RunLoop::enqueueAll(std::vector<std::function<void()>> work)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        std::move(work.begin(), work.end(), std::back_inserter(waiting_));
     }
     arrived_.notify_one();
 }

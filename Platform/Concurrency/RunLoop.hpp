@@ -21,6 +21,7 @@ public:
     RunLoop() : thread_(std::this_thread::get_id()) {}
 
     void enqueue(std::function<void()> work) override;
+    void enqueueAll(std::vector<std::function<void()>> work) override;
     bool isCurrent() const override { return std::this_thread::get_id() == thread_; }
 
     /// Runs work until `stop()`.

@@ -274,7 +274,7 @@ TEST_F(Concurrency, StoppingALoopDoesNotBreakOffWorkThatIsRunToItsEnd)
     loop->run();
 }
 
-TEST_F(Concurrency, ResultsOfOneBatchArriveInOrderAsOnePiece)
+TEST_F(Concurrency, ResultsOfOneBatchArriveTogetherInOrder)
 {
     std::vector<int> arrived;
     {
@@ -286,7 +286,7 @@ TEST_F(Concurrency, ResultsOfOneBatchArriveInOrderAsOnePiece)
         EXPECT_EQ(loop->runReady(), 0u);
     }
 
-    EXPECT_EQ(loop->runReady(), 1u);
+    EXPECT_EQ(loop->runReady(), 3u);
     EXPECT_EQ(arrived, (std::vector<int>{0, 1, 2}));
 }
 
