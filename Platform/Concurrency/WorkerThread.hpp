@@ -8,7 +8,9 @@ namespace platform
 {
 
 /// One thread that serves actors and timers. It starts with the first use of `executor()` and ends
-/// in the destructor; work that is still waiting then is dropped.
+/// in the destructor; work that is still waiting then is dropped. It may be destroyed from within a
+/// piece of its own work, but not while another thread is still inside a call that hands work over:
+/// an executor does not keep the thread's queue alive.
 class WorkerThread
 {
 public:

@@ -237,6 +237,7 @@ TEST_F(Concurrency, CallersOnAPoolOfThreadsAreResumedOnlyWhenTheyWait)
     for (int i = 0; i < 4; ++i)
         boost::asio::co_spawn(pool, calling(actor, &sum), boost::asio::detached);
     pool.join();
+    worker.stop();  // its last resumption may still be waking a thread of the pool
 
     EXPECT_EQ(sum, 2000);
 }
@@ -294,14 +295,17 @@ TEST(WorkerThread, MayEndFromWithin)
 {
     auto worker = std::make_shared<WorkerThread>();
     auto executor = worker->executor();
+    std::promise<void> handedOver;
     std::promise<void> ended;
 
     boost::asio::post(executor,
-                      [held = std::move(worker), &ended]() mutable
+                      [held = std::move(worker), &handedOver, &ended]() mutable
                       {
+                          handedOver.get_future().wait();
                           held.reset();
                           ended.set_value();
                       });
+    handedOver.set_value();
 
     EXPECT_EQ(ended.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
