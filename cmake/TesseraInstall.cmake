@@ -6,12 +6,13 @@ set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Tessera)
 # Everything below this folder is ours, so that names such as "Platform" meet nobody else's.
 set(header_folder ${CMAKE_INSTALL_INCLUDEDIR}/tessera)
 
-set_target_properties(platform PROPERTIES OUTPUT_NAME tessera-platform)
-set_target_properties(nettasks PROPERTIES OUTPUT_NAME tessera-nettasks)
-set_target_properties(tessera nettasks platform PROPERTIES
+set_target_properties(tessera-platform PROPERTIES EXPORT_NAME platform)
+set_target_properties(tessera-nettasks PROPERTIES EXPORT_NAME nettasks)
+set_target_properties(tessera-valet PROPERTIES EXPORT_NAME valet)
+set_target_properties(tessera tessera-valet tessera-nettasks tessera-platform PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
-install(TARGETS tessera nettasks platform EXPORT TesseraTargets
+install(TARGETS tessera tessera-valet tessera-nettasks tessera-platform EXPORT TesseraTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${header_folder}

@@ -2,6 +2,7 @@
 
 #include "Platform/Concurrency/WorkerThread.hpp"
 #include "Platform/Networking/CurlURLSession.hpp"
+#include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
 
 #include <openssl/crypto.h>
 
@@ -14,6 +15,25 @@ namespace platform
 namespace
 {
 
+/// The name of the executable, for a host that names nothing.
+KeychainProgram systemProgram()
+{
+    std::error_code ignored;
+    auto name = std::filesystem::read_symlink("/proc/self/exe", ignored).filename().string();
+    // The kernel marks a file that an upgrade has replaced while it runs.
+    constexpr std::string_view mark = " (deleted)";
+    if (name.ends_with(mark))
+        name.resize(name.size() - mark.size());
+    return {.identifier = std::move(name)};
+}
+
+std::shared_ptr<Keychain> systemKeychain()
+{
+    auto configuration = EmbeddedItemStore::Configuration::ofUser();
+    configuration.diagnostics = diagnosticsOfServices();
+    return keychainOver(std::make_shared<EmbeddedItemStore>(std::move(configuration)));
+}
+
 struct SystemServices
 {
     WorkerThread worker;
@@ -23,7 +43,11 @@ struct SystemServices
                       .urlSession = session,
                       .background = worker.executor(),
                       .mainActor = nullptr,
-                      .resourceFolders = systemResourceFolders()};
+                      .resourceFolders = systemResourceFolders(),
+                      .program = systemProgram(),
+                      .diagnostics = nullptr,
+                      .authenticator = nullptr,
+                      .keychain = systemKeychain()};
 };
 
 SystemServices& system()
@@ -65,6 +89,25 @@ ProcessWide& processWide()
 const Services& systemServices()
 {
     return system().services;
+}
+
+std::shared_ptr<Keychain> keychainOver(std::shared_ptr<ItemStore> store)
+{
+    auto surroundings = []
+    {
+        const auto now = services();
+        return KeychainSurroundings{now.program, {now.authenticator, now.diagnostics, now.clock}};
+    };
+    return std::make_shared<StoreKeychain>(std::move(store), surroundings);
+}
+
+DiagnosticSink diagnosticsOfServices()
+{
+    return [](const Diagnostic& diagnostic)
+    {
+        if (const auto sink = services().diagnostics)
+            sink(diagnostic);
+    };
 }
 
 Services services()

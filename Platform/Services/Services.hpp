@@ -4,6 +4,7 @@
 #include "Platform/Concurrency/MainActor.hpp"
 #include "Platform/Device/Device.hpp"
 #include "Platform/Device/ResourceBundle.hpp"
+#include "Platform/Security/Keychain/StoreKeychain.hpp"
 
 #include <filesystem>
 #include <memory>
@@ -35,12 +36,34 @@ struct Services
 
     /// Where resource bundles are looked for, first folder first.
     std::vector<std::filesystem::path> resourceFolders;
+
+    /// The program's name and its access groups in the keychain. The identifier is the name of the
+    /// executable until the host gives a better one, which it should: items are found by it.
+    KeychainProgram program;
+
+    /// Told what lies behind an error that has no room for it. Nobody is, until the host names one.
+    DiagnosticSink diagnostics;
+
+    /// Asks the user before protected items are released. There is none until the host names it.
+    std::shared_ptr<Authenticator> authenticator;
+
+    /// Where stores keep their items: the user's embedded keychain, unless the host prefers another
+    /// (`keychainOver`). It follows the three fields above as they are at each call.
+    std::shared_ptr<Keychain> keychain;
 };
 
 /// The real services: libcurl, the machine's clock, one background thread. Built on first use and
 /// kept until the process ends. libcurl's thread starts with the first transfer; both threads end
-/// in an exit handler, before the libraries that they use clean up.
+/// in an exit handler, before the libraries that they use clean up. The keychain touches nothing on
+/// disk before its first use.
 const Services& systemServices();
+
+/// A keychain over `store` that takes the program, the diagnostics and the authenticator from the
+/// process-wide services at each call.
+std::shared_ptr<Keychain> keychainOver(std::shared_ptr<ItemStore> store);
+
+/// A sink that passes on to the one in the process-wide services, for a store's configuration.
+DiagnosticSink diagnosticsOfServices();
 
 /// The process-wide services, `systemServices()` until they are replaced.
 Services services();

@@ -1,0 +1,358 @@
+#include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
+
+#include "Platform/Security/Embedded/FileLayer.hpp"
+#include "Platform/Security/Embedded/OpenStore.hpp"
+#include "Platform/Security/Embedded/StoreFault.hpp"
+#include "Platform/Security/Embedded/StoreLimits.hpp"
+#include "Platform/Security/Embedded/TableChange.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <new>
+#include <utility>
+
+namespace platform
+{
+namespace
+{
+
+bool isSingle(const ItemPattern& pattern)
+{
+    return pattern.service && pattern.account;
+}
+
+KeychainIdentity identity(const ItemPattern& pattern, const std::string& group)
+{
+    return {*pattern.service, *pattern.account, group, pattern.synchronizable};
+}
+
+/// The rows that match, in the order of the answer. A row that was asked for by name is proved
+/// genuine by itself unless its value will be opened; any others by the digest of all.
+std::vector<ItemRow> matching(ItemTable& table, const ItemPattern& pattern, bool valuesFollow)
+{
+    const auto& groups = pattern.accessGroups;
+    const auto place = [&](const ItemRow& row)
+    { return std::ranges::find(groups, row.attributes.identity.accessGroup) - groups.begin(); };
+    if (!isSingle(pattern))
+    {
+        auto rows = table.collect([&](const auto& item) { return pattern.matches(item); });
+        std::ranges::sort(rows,
+                          [&](const ItemRow& left, const ItemRow& right)
+                          {
+                              const auto first = place(left);
+                              const auto second = place(right);
+                              return first != second
+                                         ? first < second
+                                         : left.attributes.identity < right.attributes.identity;
+                          });
+        return rows;
+    }
+    std::vector<ItemRow> rows;
+    for (auto group = groups.begin(); group != groups.end(); ++group)
+    {
+        if (std::find(groups.begin(), group, *group) != group)
+            continue;
+        auto row = table.find(identity(pattern, *group));
+        if (!row)
+            continue;
+        const bool matches = pattern.matches(row->attributes);
+        if (!matches || !valuesFollow)
+            table.requireGenuine(*row);
+        if (matches)
+            rows.push_back(std::move(*row));
+    }
+    return rows;
+}
+
+/// The common case, without a transaction: one item's value by its name. Nothing where there is
+/// more to it, the answer that there is no such item included.
+std::optional<KeychainItem> taken(ItemTable& table, const ItemPattern& pattern)
+{
+    if (!isSingle(pattern))
+        return std::nullopt;
+    for (const auto& group : pattern.accessGroups)
+    {
+        if (auto item = table.take(identity(pattern, group)))
+            return pattern.matches(*item) ? std::move(item) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+void requireStorable(const KeychainItem& item)
+{
+    const auto& [service, account, group, synchronizable] = item.identity;
+    if (service.size() > keychainLimits::service || account.size() > keychainLimits::account ||
+        group.size() > keychainLimits::accessGroup || item.data.size() > storeLimits::value)
+        throw StoreFault(KeychainStatus::parameter, "The item is too long for the keychain.",
+                         "Keep keys to 1 KiB and values to 4 MiB.");
+}
+
+}  // namespace
+
+class EmbeddedItemStore::State
+{
+public:
+    explicit State(Configuration configuration)
+        : configuration_(std::move(configuration)),
+          files_(configuration_.files ? configuration_.files : std::make_shared<FileLayer>())
+    {}
+
+    ~State()
+    {
+        // A child of the process that opened the store must not close it: SQLite would take locks
+        // and files away from the parent.
+        if (opener_ != 0 && opener_ != ::getpid())
+            (void)open_.release();
+    }
+
+    template <class Operation>
+    KeychainStatus read(const Operation& operation)
+    {
+        return guarded([&](const Patience& patience) { return operation(store(patience)); });
+    }
+
+    template <class Operation>
+    KeychainStatus change(const Operation& operation)
+    {
+        return guarded(
+            [&](const Patience& patience)
+            {
+                if (open_ && !open_->isLogInPlace())
+                    open_.reset();
+                return operation(store(patience));
+            });
+    }
+
+    KeychainStatus rewrap(const std::optional<SecretString>& current,
+                          const std::optional<SecretString>& replacement)
+    {
+        return guarded(
+            [&](const Patience& patience)
+            {
+                rewrapKey(configuration_, *files_, patience, current, replacement);
+                return KeychainStatus::success;
+            });
+    }
+
+private:
+    /// Runs an operation alone among this store's threads, and tells why it did not succeed.
+    template <class Operation>
+    KeychainStatus guarded(const Operation& operation)
+    {
+        try
+        {
+            const Patience patience(configuration_.patience);
+            // Before the mutex, which a thread that the child does not have may hold for ever.
+            if (opener_ != 0 && opener_ != ::getpid())
+                throw StoreFault(KeychainStatus::notAvailable,
+                                 "The process was forked while the keychain was open.",
+                                 "Use the keychain in the parent, or start a program of its own.");
+            const std::unique_lock lock(mutex_, patience.end());
+            if (!lock.owns_lock())
+                throw StoreFault(KeychainStatus::notAvailable,
+                                 "Other threads hold the store: they wait for another program.",
+                                 "Let the other program go on, or end it, and try again.");
+            return carriedOut(operation, patience);
+        }
+        catch (const StoreFault& fault)
+        {
+            if (configuration_.diagnostics)
+                configuration_.diagnostics(fault.diagnostic());
+            return fault.status();
+        }
+    }
+
+    template <class Operation>
+    KeychainStatus carriedOut(const Operation& operation, const Patience& patience)
+    {
+        try
+        {
+            return operation(patience);
+        }
+        catch (const StoreFault& fault)
+        {
+            // What was found damaged may be put right by a copy in the same place, and a connection
+            // that cannot even roll back is in an unknown state; both call for a new connection.
+            if (open_ &&
+                (fault.status() == KeychainStatus::damaged || open_->database().inTransaction()))
+                open_.reset();
+            throw;
+        }
+        catch (const std::bad_alloc&)
+        {
+            throw StoreFault(KeychainStatus::notAvailable, "There is too little memory.",
+                             "Free memory and try again.");
+        }
+        catch (const std::filesystem::filesystem_error& error)
+        {
+            throw StoreFault::ofSystem("Cannot use " + error.path1().string(),
+                                       error.code().value());
+        }
+    }
+
+    OpenStore& store(const Patience& patience)
+    {
+        if (open_)
+            open_->database().setPatience(patience);
+        if (open_ && !open_->isInPlace())
+            open_.reset();
+        if (!open_)
+        {
+            opener_ = ::getpid();
+            try
+            {
+                open_ = openStore(configuration_, *files_, patience);
+            }
+            catch (...)
+            {
+                opener_ = 0;
+                throw;
+            }
+        }
+        return *open_;
+    }
+
+    const Configuration configuration_;
+    const std::shared_ptr<FileLayer> files_;
+    std::atomic<pid_t> opener_ = 0;
+    std::timed_mutex mutex_;
+    std::unique_ptr<OpenStore> open_;
+};
+
+EmbeddedItemStore::EmbeddedItemStore(Configuration configuration)
+    : state_(std::make_unique<State>(std::move(configuration)))
+{}
+
+EmbeddedItemStore::~EmbeddedItemStore() = default;
+
+KeychainStatus EmbeddedItemStore::add(const KeychainItem& item)
+{
+    return replace(ItemPattern{}, item);
+}
+
+KeychainStatus EmbeddedItemStore::replace(const ItemPattern& old, const KeychainItem& item)
+{
+    return state_->change(
+        [&](OpenStore& store)
+        {
+            requireStorable(item);
+            TableChange change(store.table(), store.transactions());
+            if (!old.accessGroups.empty())
+            {
+                for (const auto& row : matching(store.table(), old, false))
+                    change.erase(row);
+            }
+            const auto rival = store.table().find(item.identity);
+            if (rival)
+                store.table().requireGenuine(*rival);
+            else
+                change.insert(item);
+            if (!change.isEmpty())
+            {
+                change.commit();
+                store.keepLogShort();
+            }
+            return rival ? KeychainStatus::duplicateItem : KeychainStatus::success;
+        });
+}
+
+KeychainAnswer EmbeddedItemStore::copyMatching(const ItemPattern& pattern, ItemContent content,
+                                               std::size_t limit)
+{
+    KeychainAnswer answer;
+    answer.status = state_->read(
+        [&](OpenStore& store)
+        {
+            const bool withData = content == ItemContent::attributesAndData;
+            if (withData && limit == 1)
+            {
+                if (auto item = taken(store.table(), pattern))
+                {
+                    answer.items.push_back(std::move(*item));
+                    return KeychainStatus::success;
+                }
+            }
+            const Transaction reading(store.transactions(), Transaction::Kind::read);
+            auto rows = matching(store.table(), pattern, withData);
+            if (rows.empty())
+            {
+                store.table().requireComplete();
+                return KeychainStatus::itemNotFound;
+            }
+            rows.resize(std::min(limit, rows.size()));
+            for (auto& row : rows)
+            {
+                if (withData)
+                    row.attributes.data = store.table().value(row);
+                answer.items.push_back(std::move(row.attributes));
+            }
+            return KeychainStatus::success;
+        });
+    if (answer.status != KeychainStatus::success)
+        answer.items.clear();
+    return answer;
+}
+
+KeychainStatus EmbeddedItemStore::deleteMatching(const ItemPattern& pattern)
+{
+    return state_->change(
+        [&](OpenStore& store)
+        {
+            TableChange change(store.table(), store.transactions());
+            for (const auto& row : matching(store.table(), pattern, false))
+                change.erase(row);
+            if (change.isEmpty())
+            {
+                store.table().requireComplete();
+                return KeychainStatus::itemNotFound;
+            }
+            change.commit();
+            store.keepLogShort();
+            return KeychainStatus::success;
+        });
+}
+
+KeychainStatus EmbeddedItemStore::update(
+    const KeychainIdentity& identity,
+    const std::function<std::optional<SecretBytes>(const SecretBytes*)>& change)
+{
+    return state_->change(
+        [&](OpenStore& store)
+        {
+            KeychainItem item{.identity = identity, .data = {}};
+            TableChange tableChange(store.table(), store.transactions());
+            const auto row = store.table().find(identity);
+            std::optional<SecretBytes> stored;
+            if (row)
+            {
+                stored = store.table().value(*row);
+                item.accessible = row->attributes.accessible;
+                item.accessControl = row->attributes.accessControl;
+            }
+            else
+                store.table().requireComplete();
+            auto data = change(stored ? &*stored : nullptr);
+            if (!data || (data->empty() && !row))
+                return KeychainStatus::success;
+            item.data = std::move(*data);
+            requireStorable(item);
+            if (row)
+                tableChange.erase(*row);
+            if (!item.data.empty())
+                tableChange.insert(item);
+            tableChange.commit();
+            store.keepLogShort();
+            return KeychainStatus::success;
+        });
+}
+
+KeychainStatus EmbeddedItemStore::changePassphrase(const std::optional<SecretString>& current,
+                                                   const std::optional<SecretString>& replacement)
+{
+    return state_->rewrap(current, replacement);
+}
+
+}  // namespace platform

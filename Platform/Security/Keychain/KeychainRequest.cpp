@@ -1,0 +1,199 @@
+#include "Platform/Security/Keychain/KeychainRequest.hpp"
+
+#include "Platform/Coding/Text.hpp"
+
+#include <algorithm>
+#include <limits>
+
+namespace platform
+{
+namespace
+{
+
+using enum KeychainAttribute;
+
+/// Takes typed values out of a query and remembers whether anything in it was wrong.
+class Reader
+{
+public:
+    explicit Reader(const KeychainQuery& query) : query_(query)
+    {
+        const auto* itemClass = take<KeychainClass>(kSecClass);
+        refuseUnless(itemClass != nullptr && *itemClass == KeychainClass::kSecClassGenericPassword);
+        take<bool>(kSecUseDataProtectionKeychain);
+    }
+
+    template <class Value>
+    const Value* take(KeychainAttribute attribute)
+    {
+        const auto* found = query_.find(attribute);
+        const auto* value = found ? std::get_if<Value>(found) : nullptr;
+        refuseUnless(found == nullptr || value != nullptr);
+        return value;
+    }
+
+    template <class Value>
+    std::shared_ptr<Value> takeObject(KeychainAttribute attribute)
+    {
+        const auto* value = take<std::shared_ptr<Value>>(attribute);
+        refuseUnless(value == nullptr || *value != nullptr);
+        return value ? *value : nullptr;
+    }
+
+    const std::string* takeText(KeychainAttribute attribute, std::size_t limit)
+    {
+        const auto* text = take<std::string>(attribute);
+        refuseUnless(text == nullptr || (text->size() <= limit && isValidUTF8(*text)));
+        return text;
+    }
+
+    bool takeFlag(KeychainAttribute attribute)
+    {
+        const auto* flag = take<bool>(attribute);
+        return flag != nullptr && *flag;
+    }
+
+    void refuse(std::initializer_list<KeychainAttribute> attributes)
+    {
+        for (const auto attribute : attributes)
+            refuseUnless(query_.find(attribute) == nullptr);
+    }
+
+    void refuseUnless(bool condition) { wellFormed_ = wellFormed_ && condition; }
+    bool wellFormed() const { return wellFormed_; }
+
+private:
+    const KeychainQuery& query_;
+    bool wellFormed_ = true;
+};
+
+bool isListed(KeychainAccessible accessible)
+{
+    using enum KeychainAccessible;
+    switch (accessible)
+    {
+        case kSecAttrAccessibleWhenUnlocked:
+        case kSecAttrAccessibleAfterFirstUnlock:
+        case kSecAttrAccessibleWhenPasscodeSetThisDeviceOnly:
+        case kSecAttrAccessibleWhenUnlockedThisDeviceOnly:
+        case kSecAttrAccessibleAfterFirstUnlockThisDeviceOnly:
+            return true;
+    }
+    return false;
+}
+
+/// The two attributes that say when an item may be read; they exclude each other.
+struct Access
+{
+    std::optional<KeychainAccessible> accessible;
+    std::optional<AccessControlFlag> control;
+};
+
+Access takeAccess(Reader& reader)
+{
+    const auto* accessible = reader.take<KeychainAccessible>(kSecAttrAccessible);
+    const auto control = reader.takeObject<const AccessControl>(kSecAttrAccessControl);
+    reader.refuseUnless(!accessible || (!control && isListed(*accessible)));
+    if (control)
+        return {control->accessible, control->flag};
+    if (accessible)
+        return {*accessible, std::nullopt};
+    return {};
+}
+
+template <class Text>
+std::optional<std::string> optional(const Text* text)
+{
+    return text ? std::optional<std::string>(*text) : std::nullopt;
+}
+
+KeychainStatus readPattern(Reader& reader, const KeychainProgram& program, ItemPattern& into)
+{
+    into.service = optional(reader.takeText(kSecAttrService, keychainLimits::service));
+    into.account = optional(reader.takeText(kSecAttrAccount, keychainLimits::account));
+    const auto* group = reader.takeText(kSecAttrAccessGroup, keychainLimits::accessGroup);
+    into.synchronizable = reader.takeFlag(kSecAttrSynchronizable);
+    const auto access = takeAccess(reader);
+    into.accessible = access.accessible;
+    into.accessControl = access.control;
+    reader.refuse({kSecValueData});
+    if (!reader.wellFormed())
+        return KeychainStatus::parameter;
+
+    if (group)
+    {
+        into.accessGroups = {*group};
+        return mayUse(program, *group) ? KeychainStatus::success
+                                       : KeychainStatus::missingEntitlement;
+    }
+    into.accessGroups = {program.identifier};
+    for (const auto& listed : program.accessGroups)
+        if (std::ranges::find(into.accessGroups, listed) == into.accessGroups.end())
+            into.accessGroups.push_back(listed);
+    std::erase_if(into.accessGroups, [&](const auto& one) { return !mayUse(program, one); });
+    return KeychainStatus::success;
+}
+
+}  // namespace
+
+bool mayUse(const KeychainProgram& program, std::string_view accessGroup)
+{
+    if (accessGroup == internalAccessGroup)
+        return false;
+    return accessGroup == program.identifier ||
+           std::ranges::find(program.accessGroups, accessGroup) != program.accessGroups.end() ||
+           (program.opensSharedGroups && accessGroup.starts_with("group."));
+}
+
+KeychainStatus readAdd(const KeychainQuery& attributes, const KeychainProgram& program,
+                       KeychainItem& into)
+{
+    Reader reader(attributes);
+    const auto* service = reader.takeText(kSecAttrService, keychainLimits::service);
+    const auto* account = reader.takeText(kSecAttrAccount, keychainLimits::account);
+    const auto* group = reader.takeText(kSecAttrAccessGroup, keychainLimits::accessGroup);
+    const auto* data = reader.take<SecretBytes>(kSecValueData);
+    const auto access = takeAccess(reader);
+    into.identity.synchronizable = reader.takeFlag(kSecAttrSynchronizable);
+    reader.refuse(
+        {kSecMatchLimit, kSecReturnData, kSecReturnAttributes, kSecUseAuthenticationContext});
+    reader.refuseUnless(data && !data->empty() && data->size() <= keychainLimits::value);
+    if (!reader.wellFormed())
+        return KeychainStatus::parameter;
+
+    into.identity.service = service ? *service : "";
+    into.identity.account = account ? *account : "";
+    into.identity.accessGroup = group ? *group : program.identifier;
+    if (!mayUse(program, into.identity.accessGroup))
+        return KeychainStatus::missingEntitlement;
+    into.accessible =
+        access.accessible.value_or(KeychainAccessible::kSecAttrAccessibleWhenUnlocked);
+    into.accessControl = access.control.value_or(AccessControlFlag::none);
+    into.data = *data;
+    return KeychainStatus::success;
+}
+
+KeychainStatus readCopy(const KeychainQuery& query, const KeychainProgram& program,
+                        CopyRequest& into)
+{
+    Reader reader(query);
+    const auto* limit = reader.take<KeychainMatchLimit>(kSecMatchLimit);
+    if (limit && *limit == KeychainMatchLimit::kSecMatchLimitAll)
+        into.limit = std::numeric_limits<std::size_t>::max();
+    into.data = reader.takeFlag(kSecReturnData);
+    into.attributes = reader.takeFlag(kSecReturnAttributes);
+    into.context = reader.takeObject<LocalAuthenticationContext>(kSecUseAuthenticationContext);
+    return readPattern(reader, program, into.pattern);
+}
+
+KeychainStatus readDelete(const KeychainQuery& query, const KeychainProgram& program,
+                          ItemPattern& into)
+{
+    Reader reader(query);
+    const auto* limit = reader.take<KeychainMatchLimit>(kSecMatchLimit);
+    reader.refuseUnless(!limit || *limit == KeychainMatchLimit::kSecMatchLimitAll);
+    reader.refuse({kSecReturnData, kSecReturnAttributes, kSecUseAuthenticationContext});
+    return readPattern(reader, program, into);
+}
+
+}  // namespace platform

@@ -1,0 +1,264 @@
+#include "tests/Platform/Security/Embedded/EmbeddedStoreHost.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace
+{
+
+using namespace platform;
+using enum KeychainStatus;
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(EmbeddedItemStore, KeepsAnyItemBetweenRunsInOneFile)
+{
+    EmbeddedStoreHost host;
+    auto item = itemNamed(std::string("nul\0key", 7), "");
+    item.data.resize(keychainLimits::value);
+    item.data.mutableView()[5] = std::byte{7};
+    item.identity.synchronizable = true;
+    item.accessible = KeychainAccessible::kSecAttrAccessibleAfterFirstUnlock;
+    auto pattern = patternOf(item.identity.account);
+    pattern.synchronizable = true;
+
+    {
+        auto store = host.open();
+        EXPECT_EQ(store.add(item), success);
+        EXPECT_EQ(store.add(item), duplicateItem);
+    }
+
+    EXPECT_FALSE(std::filesystem::exists(host.places.log));
+    EXPECT_FALSE(std::filesystem::exists(host.places.logIndex));
+    auto store = host.open();
+    const auto answer = store.copyMatching(pattern, ItemContent::attributesAndData, 1);
+    ASSERT_EQ(answer.status, success) << host.reported();
+    EXPECT_TRUE(answer.items.at(0) == item);
+    EXPECT_EQ(valueOf(store, item.identity.account), "= -25300");
+    EXPECT_EQ(host.reported(), "");
+}
+
+TEST(EmbeddedItemStore, TouchesNothingBeforeItIsUsedAndShowsNobodyElseAnything)
+{
+    EmbeddedStoreHost host;
+    const mode_t mask = ::umask(0);
+    {
+        auto store = host.open();
+        EXPECT_FALSE(std::filesystem::exists(host.places.dataFolder));
+
+        EXPECT_EQ(put(store, "key", "a rather secret value"), success);
+
+        for (const auto& path :
+             {host.places.dataFolder, host.places.keyFolder, host.places.database, host.places.log,
+              host.places.logIndex, host.places.key, host.places.lock})
+        {
+            struct stat found{};
+            ASSERT_EQ(::lstat(path.c_str(), &found), 0) << path;
+            EXPECT_EQ(found.st_mode & 0777, S_ISDIR(found.st_mode) ? 0700U : 0600U) << path;
+        }
+    }
+    ::umask(mask);
+    EXPECT_THAT(host.content(host.places.database), Not(HasSubstr("secret value")));
+}
+
+TEST(EmbeddedItemStore, AnswersInTheOrderOfGroupsThenServicesAndAccounts)
+{
+    EmbeddedStoreHost host;
+    auto store = host.open();
+    for (const auto& [service, account, group] :
+         {std::array{"s2", "a", "g1"}, std::array{"s1", "b", "g1"}, std::array{"s1", "a", "g1"},
+          std::array{"s0", "a", "g2"}, std::array{"s0", "a", "g3"}})
+    {
+        auto item = itemNamed(account, "value");
+        item.identity.service = service;
+        item.identity.accessGroup = group;
+        ASSERT_EQ(store.add(item), success);
+    }
+    ItemPattern pattern;
+    pattern.accessGroups = {"g2", "g1"};
+
+    std::string order;
+    for (const auto& item : store.copyMatching(pattern, ItemContent::attributesAndData, 9).items)
+        order += item.identity.service + item.identity.account + " ";
+
+    EXPECT_EQ(order, "s0a s1a s1b s2a ");
+    EXPECT_EQ(store.copyMatching(pattern, ItemContent::attributes, 2).items.size(), 2U);
+    EXPECT_EQ(store.deleteMatching(pattern), success);
+    EXPECT_EQ(store.deleteMatching(pattern), itemNotFound);
+    pattern.accessGroups = {"g3"};
+    EXPECT_EQ(store.copyMatching(pattern, ItemContent::attributes, 9).items.size(), 1U);
+}
+
+TEST(EmbeddedItemStore, UpdatesInOneStep)
+{
+    EmbeddedStoreHost host;
+    auto store = host.open();
+    const auto identity = itemNamed("count", "").identity;
+    const auto change = [&](std::optional<std::string> expected, std::optional<std::string> next)
+    {
+        EXPECT_EQ(store.update(identity,
+                               [&](const SecretBytes* stored) -> std::optional<SecretBytes>
+                               {
+                                   EXPECT_EQ(stored != nullptr, expected.has_value());
+                                   if (stored && expected)
+                                       EXPECT_TRUE(*stored == secret(*expected));
+                                   return next ? std::optional(secret(*next)) : std::nullopt;
+                               }),
+                  success);
+    };
+
+    change(std::nullopt, std::nullopt);
+    change(std::nullopt, "1");
+    change("1", "2");
+    change("2", std::nullopt);
+    EXPECT_EQ(valueOf(store, "count"), "2");
+    change("2", "");
+    EXPECT_EQ(valueOf(store, "count"), "= -25300");
+}
+
+TEST(EmbeddedItemStore, AReplacementThatMeetsAnotherItemDeletesAlone)
+{
+    EmbeddedStoreHost host;
+    auto store = host.open();
+    ASSERT_EQ(put(store, "old", "1"), success);
+    ASSERT_EQ(put(store, "new", "2"), success);
+
+    EXPECT_EQ(store.replace(patternOf("old"), itemNamed("new", "3")), duplicateItem);
+
+    EXPECT_EQ(valueOf(store, "old"), "= -25300");
+    EXPECT_EQ(valueOf(store, "new"), "2");
+}
+
+TEST(EmbeddedItemStore, SeesWhatOthersWriteAtOnce)
+{
+    EmbeddedStoreHost host;
+    auto one = host.open();
+    auto other = host.open();
+
+    for (int round = 0; round < 20; ++round)
+    {
+        EXPECT_EQ(valueOf(other, "key"), "= -25300");
+        ASSERT_EQ(put(one, "key", "first"), success);
+        EXPECT_EQ(valueOf(other, "key"), "first");
+        EXPECT_EQ(other.copyMatching(patternOfAll(), ItemContent::attributes, 9).items.size(), 1U);
+        ASSERT_EQ(put(other, "key", "second"), success);
+        EXPECT_EQ(valueOf(one, "key"), "second");
+        ASSERT_EQ(one.deleteMatching(patternOf("key")), success);
+    }
+    EXPECT_EQ(host.reported(), "");
+}
+
+TEST(EmbeddedItemStore, StoresThatStartTogetherAgreeOnOneKey)
+{
+    EmbeddedStoreHost host;
+    std::atomic<int> waiting = 4;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number)
+    {
+        threads.emplace_back(
+            [&, number]
+            {
+                auto configuration = host.configuration();
+                configuration.diagnostics = {};
+                EmbeddedItemStore store(configuration);
+                for (--waiting; waiting > 0;)
+                    std::this_thread::yield();
+                EXPECT_EQ(put(store, "key" + std::to_string(number), "value"), success);
+            });
+    }
+    for (auto& thread : threads)
+        thread.join();
+
+    auto store = host.open();
+    EXPECT_EQ(store.copyMatching(patternOfAll(), ItemContent::attributesAndData, 9).items.size(),
+              4U);
+    EXPECT_FALSE(std::filesystem::exists(host.places.keyDraft));
+}
+
+TEST(EmbeddedItemStore, AChildOfForkIsRefusedAndDoesTheParentNoHarm)
+{
+    EmbeddedStoreHost host;
+    auto store = host.open();
+    ASSERT_EQ(put(store, "key", "value"), success);
+
+    const pid_t child = ::fork();
+    if (child == 0)
+    {
+        const bool inherited = valueOf(store, "key") == "= -25291";
+        auto own = std::make_unique<EmbeddedItemStore>(host.configuration());
+        const bool fresh = valueOf(*own, "key") == "= -25291";
+        own.reset();
+        ::_exit(inherited && fresh ? 0 : 1);
+    }
+    int ended = 0;
+    ASSERT_EQ(::waitpid(child, &ended, 0), child);
+
+    EXPECT_EQ(ended, 0);
+    EXPECT_EQ(valueOf(store, "key"), "value");
+}
+
+/// Holds the store's write lock through a change that does not end before it is told to.
+class Holder
+{
+public:
+    explicit Holder(EmbeddedItemStore& store)
+        : thread_(
+              [this, &store]
+              {
+                  (void)store.update(itemNamed("held", "").identity,
+                                     [this](const SecretBytes*) -> std::optional<SecretBytes>
+                                     {
+                                         holds_ = true;
+                                         holds_.notify_all();
+                                         released_.wait(false);
+                                         return std::nullopt;
+                                     });
+              })
+    {
+        holds_.wait(false);
+    }
+    ~Holder()
+    {
+        released_ = true;
+        released_.notify_all();
+        thread_.join();
+    }
+
+private:
+    std::atomic<bool> holds_ = false;
+    std::atomic<bool> released_ = false;
+    std::thread thread_;
+};
+
+TEST(EmbeddedItemStore, WaitsForOthersNoLongerThanItsPatience)
+{
+    EmbeddedStoreHost host;
+    auto configuration = host.configuration();
+    configuration.patience = std::chrono::milliseconds(200);
+    auto rival = host.open();
+    ASSERT_EQ(put(rival, "key", "value"), success);
+    EmbeddedItemStore store(configuration);
+    ASSERT_EQ(valueOf(store, "key"), "value");
+    EmbeddedItemStore other(configuration);
+
+    const Holder holder(rival);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(put(store, "key", "new"), notAvailable);
+    const auto waited = std::chrono::steady_clock::now() - start;
+
+    EXPECT_GE(waited, std::chrono::milliseconds(190));
+    EXPECT_LT(waited, std::chrono::milliseconds(1500));
+    EXPECT_THAT(host.reported(), HasSubstr("another program holds the store"));
+    EXPECT_EQ(valueOf(store, "key"), "value");
+    EXPECT_EQ(valueOf(other, "key"), "value");
+}
+
+}  // namespace

@@ -1,0 +1,122 @@
+#include "tests/Platform/Security/SecretService/SecretServiceStoreForTest.hpp"
+#include "tests/support/NonsenseSecretService.hpp"
+
+using namespace platform;
+using namespace std::chrono_literals;
+
+namespace
+{
+
+/// Any number between 1 and the prime of the group passes for a public key.
+std::string publicKey()
+{
+    std::string bytes;
+    for (int index = 0; index < 128; ++index)
+        bytes += index ? ", 0x55" : "0x55";
+    return "(<[byte " + bytes + "]>, objectpath '/org/freedesktop/secrets/session/s1')";
+}
+
+struct Nonsense
+{
+    const char* name;
+    NonsenseSecretService::Script script;
+    /// Of a read, a replacement and a deletion, each with a diagnostic that holds the words.
+    std::array<int, 3> statuses;
+    const char* words;
+};
+
+NonsenseSecretService::Script with(NonsenseSecretService::Script script)
+{
+    script.merge(NonsenseSecretService::Script{
+        {"OpenSession", publicKey()},
+        {"SearchItems", "(@ao ['/org/freedesktop/secrets/collection/c/1'], @ao [])"},
+        {"Collections", "(<[objectpath '/org/freedesktop/secrets/collection/c']>,)"},
+        {"Locked", "(<false>,)"}});
+    return script;
+}
+
+std::vector<Nonsense> nonsense()
+{
+    const auto none = std::pair{"SearchItems", "(@ao [], @ao [])"};
+    return {
+        {"a search of another type",
+         with({{"SearchItems", "('x',)"}}),
+         {-26275, -26275, -26275},
+         "nonsense"},
+        {"no search at all",
+         with({{"SearchItems", "!org.freedesktop.DBus.Error.UnknownMethod"}}),
+         {-26275, -26275, -26275},
+         "nonsense"},
+        {"an item that is never there", with({}), {-25291, -25291, -25291}, "change all the time"},
+        {"an item without properties",
+         with({{"GetAll", "(@a{sv} {},)"}, {"GetSecrets", "(@a{o(oayays)} {},)"}}),
+         {-25291, -26275, -26275},
+         ""},
+        {"a secret that cannot be decrypted",
+         with({{"GetAll", "({'Attributes': <'x'>},)"},
+               {"GetSecrets",
+                "({objectpath '/org/freedesktop/secrets/collection/c/1': (objectpath "
+                "'/org/freedesktop/secrets/session/s1', [byte 0x01], [byte 0x02], "
+                "'text/plain')},)"}}),
+         {-26275, -26275, -26275},
+         "nonsense"},
+        {"no encryption",
+         with({{"OpenSession", "!org.freedesktop.DBus.Error.NotSupported"},
+               {"OpenSession plain", "(<''>, objectpath '/org/freedesktop/secrets/session/s1')"}}),
+         {-25291, -25291, -25291},
+         "no encrypted session"},
+        {"no list of collections",
+         with({none, {"Collections", "(<'x'>,)"}}),
+         {-26275, -26275, -26275},
+         "nonsense"},
+        {"a collection that may be locked",
+         with({none, {"Locked", "(<'perhaps'>,)"}}),
+         {-26275, -26275, -26275},
+         "nonsense"},
+        {"a prompt for a write",
+         with({none, {"CreateItem", "(objectpath '/', objectpath '/prompt')"}, {"Dismiss", "()"}}),
+         {-25300, -25291, -25300},
+         "locked"},
+        {"an error",
+         with({{"SearchItems", "!org.example.Own"}}),
+         {-25291, -25291, -25291},
+         "org.example.Own"},
+        {"silence", with({{"SearchItems", ""}}), {-25291, -25291, -25291}, "in time"},
+        {"silence from the start", {{"OpenSession", ""}}, {-25291, -25291, -25291}, "in time"},
+    };
+}
+
+TEST(SecretServiceNonsense, EachKindIsOneStatusAndOneDiagnostic)
+{
+    if (!PrivateSecretService::isInstalled())
+        GTEST_SKIP() << "dbus-daemon and gnome-keyring-daemon are not installed";
+    const PrivateSecretService bus(PrivateSecretService::Start::busAlone);
+    NonsenseSecretService service(bus.busAddress());
+    const auto one = item("thekey", "v");
+
+    for (const auto& row : nonsense())
+    {
+        SCOPED_TRACE(row.name);
+        service.play(row.script);
+        Diagnostics diagnostics;
+        SecretServiceItemStore store({.diagnostics = diagnostics.sink(),
+                                      .limit = 300ms,
+                                      .lockFolder = bus.lockFolder(),
+                                      .busAddress = bus.busAddress()});
+        const auto check = [&](KeychainStatus status, int expected)
+        {
+            EXPECT_EQ(static_cast<int>(status), expected);
+            const auto reported = diagnostics.taken();
+            EXPECT_EQ(reported.size(), expected == -25300 ? 0U : 1U);
+            for (const auto& line : reported)
+                EXPECT_NE(line.cause.find(row.words), std::string::npos) << line.cause;
+        };
+
+        check(store.copyMatching(patternOf(one), ItemContent::attributesAndData, 1).status,
+              row.statuses[0]);
+        check(store.replace(patternOf(one), one), row.statuses[1]);
+        check(store.deleteMatching(patternOf(one)), row.statuses[2]);
+    }
+}
+
+}  // namespace
