@@ -8,18 +8,18 @@ namespace
 
 using Samples = std::vector<double>;
 
-double processSeconds()
+double seconds(clockid_t clock)
 {
     timespec spent{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &spent);
+    clock_gettime(clock, &spent);
     return static_cast<double>(spent.tv_sec) + static_cast<double>(spent.tv_nsec) * 1e-9;
 }
 
-double secondsFor(const Way& way)
+double secondsFor(const Way& way, clockid_t clock)
 {
-    const double before = processSeconds();
+    const double before = seconds(clock);
     way.run(way.count);
-    return (processSeconds() - before) / static_cast<double>(way.count);
+    return (seconds(clock) - before) / static_cast<double>(way.count);
 }
 
 double quantile(Samples samples, double part)
@@ -47,27 +47,33 @@ void compareInBlocks(benchmark::State& state, const Comparison& comparison)
     for (const Way* way : ways)
         way->run(way->count);
 
-    std::vector<Samples> seconds(ways.size());
+    const auto clock = comparison.waits ? CLOCK_MONOTONIC : CLOCK_PROCESS_CPUTIME_ID;
+    std::vector<Samples> spent(ways.size());
     std::size_t round = 0;
     for ([[maybe_unused]] const auto iteration : state)
     {
         for (std::size_t turn = 0; turn < ways.size(); ++turn)
         {
             const std::size_t index = (round + turn) % ways.size();
-            seconds[index].push_back(secondsFor(*ways[index]));
+            spent[index].push_back(secondsFor(*ways[index], clock));
         }
         ++round;
-        state.SetIterationTime(seconds[0].back());
+        state.SetIterationTime(spent[0].back());
     }
 
-    const Samples toLimit = ratios(seconds[0], seconds[1]);
-    state.counters["ratio"] = quantile(toLimit, 0.5);
+    const Samples toLimit = ratios(spent[0], spent[1]);
+    state.counters["ratio"] = comparison.waits ? quantile(spent[0], 0.5) / quantile(spent[1], 0.5)
+                                               : quantile(toLimit, 0.5);
     state.counters["low"] = quantile(toLimit, 0.25);
     state.counters["high"] = quantile(toLimit, 0.75);
     state.counters["goal"] = comparison.goal;
     for (std::size_t index = 0; index < ways.size(); ++index)
-        state.counters["us " + ways[index]->name] = quantile(seconds[index], 0.5) * 1e6;
+    {
+        state.counters["us " + ways[index]->name] = quantile(spent[index], 0.5) * 1e6;
+        if (comparison.waits)
+            state.counters["p99 us " + ways[index]->name] = quantile(spent[index], 0.99) * 1e6;
+    }
     for (std::size_t index = 2; index < ways.size(); ++index)
         state.counters["beside " + ways[index]->name] =
-            quantile(ratios(seconds[index], seconds[1]), 0.5);
+            quantile(ratios(spent[index], spent[1]), 0.5);
 }
