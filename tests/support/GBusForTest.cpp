@@ -187,14 +187,21 @@ std::vector<std::string> GBusForTest::find(const Attributes& attributes) const
     return paths;
 }
 
-bool GBusForTest::isLocked(const std::string& alias) const
+bool GBusForTest::hasUnlockedDefault() const
 {
-    GVariant* const answer = call(pathOf(alias), "org.freedesktop.DBus.Properties", "Get",
-                                  g_variant_new("(ss)", collectionInterface, "Locked"));
-    GVariant* value = nullptr;
-    g_variant_get(answer, "(v)", &value);
-    const bool locked = g_variant_get_boolean(value);
-    g_variant_unref(value);
-    g_variant_unref(answer);
-    return locked;
+    try
+    {
+        GVariant* const answer = call(pathOf("default"), "org.freedesktop.DBus.Properties", "Get",
+                                      g_variant_new("(ss)", collectionInterface, "Locked"));
+        GVariant* value = nullptr;
+        g_variant_get(answer, "(v)", &value);
+        const bool locked = g_variant_get_boolean(value);
+        g_variant_unref(value);
+        g_variant_unref(answer);
+        return !locked;
+    }
+    catch (const std::runtime_error&)
+    {
+        return false;
+    }
 }

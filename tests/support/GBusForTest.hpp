@@ -39,7 +39,8 @@ public:
     /// The paths of the items that have these attributes, locked or not.
     std::vector<std::string> find(const Attributes& attributes) const;
 
-    bool isLocked(const std::string& alias) const;
+    /// Whether there is a default collection, and it is unlocked.
+    bool hasUnlockedDefault() const;
 
 private:
     /// A reference that the caller drops.

@@ -29,6 +29,8 @@ NonsenseSecretService::~NonsenseSecretService()
 {
     g_dbus_connection_close_sync(bus_, nullptr, nullptr);
     g_dbus_connection_remove_filter(bus_, filter_);
+    // Takes the lock after the bus's thread had it, which may still have been answering.
+    play({});
     g_object_unref(bus_);
 }
 
@@ -51,6 +53,8 @@ GDBusMessage* NonsenseSecretService::filter(GDBusConnection*, GDBusMessage* mess
 
 void NonsenseSecretService::answer(GDBusMessage* call)
 {
+    // For all of it: whoever takes the lock later sees that this has ended.
+    const std::lock_guard lock(mutex_);
     std::string name = g_dbus_message_get_member(call);
     if (name == "Get")
     {
@@ -66,11 +70,10 @@ void NonsenseSecretService::answer(GDBusMessage* call)
             name += " plain";
     }
     std::string text = "!org.freedesktop.DBus.Error.UnknownMethod";
-    {
-        const std::lock_guard lock(mutex_);
-        if (const auto place = script_.find(name); place != script_.end())
-            text = place->second;
-    }
+    if (const auto place = script_.find(name); place != script_.end())
+        text = place->second;
+    if (name == "Prompt")
+        complete(g_dbus_message_get_path(call));
     if (text.empty())
         return;
     GDBusMessage* reply = nullptr;
@@ -84,4 +87,15 @@ void NonsenseSecretService::answer(GDBusMessage* call)
     }
     g_dbus_connection_send_message(bus_, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
     g_object_unref(reply);
+}
+
+void NonsenseSecretService::complete(const char* prompt)
+{
+    const std::string text = script_["Completed"];
+    if (script_.contains("Locked afterwards"))
+        script_["Locked"] = script_["Locked afterwards"];
+    if (!text.empty())
+        g_dbus_connection_emit_signal(
+            bus_, nullptr, prompt, "org.freedesktop.Secret.Prompt", "Completed",
+            g_variant_parse(nullptr, text.c_str(), nullptr, nullptr, nullptr), nullptr);
 }

@@ -16,6 +16,8 @@ public:
     /// By method; by property where the method is "Get", and "OpenSession plain" for a session
     /// without encryption. "!name" is an error of that name, and no
     /// answer is given where the text is empty. What is not in it is an unknown method.
+    /// "Completed" is the signal that a prompt is followed by, and "Locked afterwards" what
+    /// "Locked" is from then on.
     using Script = std::map<std::string, std::string>;
 
     explicit NonsenseSecretService(const std::string& busAddress);
@@ -29,6 +31,8 @@ private:
     static GDBusMessage* filter(GDBusConnection*, GDBusMessage* message, int isIncoming,
                                 void* self);
     void answer(GDBusMessage* call);
+    /// With the lock held.
+    void complete(const char* prompt);
 
     GDBusConnection* bus_ = nullptr;
     unsigned filter_ = 0;

@@ -168,6 +168,18 @@ void PrivateSecretService::killBus()
 
 void PrivateSecretService::startDaemon()
 {
+    // Once in some ten thousand starts gnome-keyring's default alias leads nowhere until it is
+    // started anew; that is not what a test is about.
+    for (int attempt = 0; !startDaemonOnce(); ++attempt)
+    {
+        killDaemon();
+        if (attempt == 2)
+            throw std::runtime_error("the keyring has no default collection that is unlocked");
+    }
+}
+
+bool PrivateSecretService::startDaemonOnce()
+{
     Pipe input;
     daemon_ = start({keyringProgram, "--foreground", "--unlock", "--components=secrets"},
                     environmentIn(folder_.path(), busAddress_), input.ends[0], -1,
@@ -175,11 +187,10 @@ void PrivateSecretService::startDaemon()
     if (write(input.ends[1], password, std::string_view(password).size()) < 0)
         throw std::runtime_error("the keyring takes no password");
     input.closeEnd(1);
-    // It unlocks before it takes the name.
     const GBusForTest bus(busAddress_);
     bus.awaitName("org.freedesktop.secrets");
-    if (bus.isLocked("default"))
-        throw std::runtime_error("the keyring did not unlock");
+    // It unlocks before it takes the name.
+    return bus.hasUnlockedDefault();
 }
 
 void PrivateSecretService::killDaemon()

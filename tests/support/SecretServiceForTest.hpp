@@ -59,6 +59,8 @@ public:
     void unlock();
 
 private:
+    bool startDaemonOnce();
+
     TemporaryFolder folder_;
     std::string busAddress_;
     pid_t bus_ = -1;

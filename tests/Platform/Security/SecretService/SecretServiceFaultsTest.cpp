@@ -91,7 +91,7 @@ TEST_F(SecretServiceFaultsTest, AnyLockedCollectionLeavesItOpenWhetherAnItemExis
     bus.makeCollection("pw");
     bus.lockAll();
     service_->unlock();
-    ASSERT_FALSE(bus.isLocked("default"));
+    ASSERT_TRUE(bus.hasUnlockedDefault());
 
     EXPECT_EQ(valueOf(store, "k"), "[-25291]");
     EXPECT_EQ(store.add(item("k", "v")), notAvailable);

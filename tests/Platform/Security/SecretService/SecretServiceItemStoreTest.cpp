@@ -155,7 +155,7 @@ TEST_F(SecretServiceTest, ManyWritersAndReadersNeverSeeAnItemTwiceOrLosePartOfIt
 {
     SecretServiceItemStore first(configuration());
     SecretServiceItemStore second(configuration());
-    constexpr int rounds = 40;
+    constexpr int rounds = 20;
     const auto count = [](const SecretBytes* stored)
     { return bytes(std::to_string((stored ? std::stoi(text(*stored)) : 0) + 1)); };
 

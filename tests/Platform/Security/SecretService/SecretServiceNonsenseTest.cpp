@@ -23,6 +23,7 @@ struct Nonsense
     /// Of a read, a replacement and a deletion, each with a diagnostic that holds the words.
     std::array<int, 3> statuses;
     const char* words;
+    bool isSilent = false;
 };
 
 NonsenseSecretService::Script with(NonsenseSecretService::Script script)
@@ -81,8 +82,12 @@ std::vector<Nonsense> nonsense()
          with({{"SearchItems", "!org.example.Own"}}),
          {-25291, -25291, -25291},
          "org.example.Own"},
-        {"silence", with({{"SearchItems", ""}}), {-25291, -25291, -25291}, "in time"},
-        {"silence from the start", {{"OpenSession", ""}}, {-25291, -25291, -25291}, "in time"},
+        {"silence", with({{"SearchItems", ""}}), {-25291, -25291, -25291}, "in time", true},
+        {"silence from the start",
+         {{"OpenSession", ""}},
+         {-25291, -25291, -25291},
+         "in time",
+         true},
     };
 }
 
@@ -100,7 +105,7 @@ TEST(SecretServiceNonsense, EachKindIsOneStatusAndOneDiagnostic)
         service.play(row.script);
         Diagnostics diagnostics;
         SecretServiceItemStore store({.diagnostics = diagnostics.sink(),
-                                      .limit = 300ms,
+                                      .limit = row.isSilent ? 200ms : 20s,
                                       .lockFolder = bus.lockFolder(),
                                       .busAddress = bus.busAddress()});
         const auto check = [&](KeychainStatus status, int expected)
@@ -117,6 +122,39 @@ TEST(SecretServiceNonsense, EachKindIsOneStatusAndOneDiagnostic)
         check(store.replace(patternOf(one), one), row.statuses[1]);
         check(store.deleteMatching(patternOf(one)), row.statuses[2]);
     }
+}
+
+TEST(SecretServiceNonsense, UnlockingSucceedsOnlyIfTheUserAgreedAndItIsUnlocked)
+{
+    if (!PrivateSecretService::isInstalled())
+        GTEST_SKIP() << "dbus-daemon and gnome-keyring-daemon are not installed";
+    const PrivateSecretService bus(PrivateSecretService::Start::busAlone);
+    NonsenseSecretService service(bus.busAddress());
+    SecretServiceItemStore store({.lockFolder = bus.lockFolder(), .busAddress = bus.busAddress()});
+    const auto unlocked =
+        [&](NonsenseSecretService::Script script, std::chrono::milliseconds limit = 20s)
+    {
+        script.merge(NonsenseSecretService::Script{
+            {"ReadAlias", "(objectpath '/org/freedesktop/secrets/collection/c',)"},
+            {"Unlock", "(@ao [], objectpath '/prompt')"},
+            {"CreateCollection", "(objectpath '/', objectpath '/prompt')"},
+            {"Prompt", "()"},
+            {"Dismiss", "()"},
+            {"Completed", "(false, <@ao []>)"},
+            {"Locked", "(<true>,)"},
+            {"Locked afterwards", "(<false>,)"}});
+        service.play(with(script));
+        return store.unlock({}, limit);
+    };
+
+    using enum KeychainStatus;
+    EXPECT_EQ(unlocked({}), success);
+    EXPECT_EQ(unlocked({{"ReadAlias", "(objectpath '/',)"}}), success);
+    EXPECT_EQ(unlocked({{"Locked afterwards", "(<true>,)"}}), notAvailable);
+    EXPECT_EQ(unlocked({{"Completed", "(true, <''>)"}}), userCancelled);
+    EXPECT_EQ(unlocked({{"Completed", "('yes',)"}}), userCancelled);
+    EXPECT_EQ(unlocked({{"Completed", ""}}, 300ms), userCancelled);
+    EXPECT_EQ(unlocked({{"Unlock", "('x',)"}}), damaged);
 }
 
 }  // namespace
