@@ -12,8 +12,9 @@ namespace valet
 /// A store that asks the user before every read. Writing, removing and looking whether an item
 /// exists never ask.
 ///
-///     const auto keys = SecureEnclaveValet::valet("Keys",
-///     SecureEnclaveAccessControl::devicePasscode); if (keys->canAccessKeychain())
+///     const auto passcode = SecureEnclaveAccessControl::devicePasscode;
+///     const auto keys = SecureEnclaveValet::valet("Keys", passcode);
+///     if (keys->canAccessKeychain())
 ///         keys->setString(secret, "signing");
 ///     const auto signing = keys->string("signing", "Sign the letter");
 ///
@@ -24,7 +25,9 @@ namespace valet
 /// Threads, ownership, errors and limits: see `ValueStore`. A read blocks until the user has
 /// answered, and all other stores of the process wait with it; a user who dismisses the request
 /// ends it with `userCancelled`. An item that this machine cannot protect, because no passcode is
-/// set for example, is refused with `couldNotAccessKeychain`; it is never stored in the open.
+/// set for example, is refused with `couldNotAccessKeychain`, not stored in the open. Only a
+/// keychain of the host's own that makes no access controls leaves items unprotected;
+/// `canAccessKeychain()` is then false.
 class SecureEnclaveValet final : public ValueStore
 {
 public:

@@ -28,11 +28,9 @@ public:
 
     KeychainStatus prepare() override { return KeychainStatus::success; }
 
-    Standing standing(const Agreement& earlier) override
+    bool counts(const Agreement& earlier) override
     {
-        if (earlier.fingerprints != enrolled())
-            return Standing::outdated;
-        return isReadable() ? Standing::counts : Standing::notHere;
+        return earlier.fingerprints == enrolled() && isReadable();
     }
 
     KeychainStatus mayAsk() override
@@ -87,10 +85,9 @@ public:
         return explained(found_.status);
     }
 
-    Standing standing(const Agreement& earlier) override
+    bool counts(const Agreement& earlier) override
     {
-        return earlier.key->wrapping == found_.record.wrapping ? Standing::counts
-                                                               : Standing::outdated;
+        return earlier.key->wrapping == found_.record.wrapping;
     }
 
     KeychainStatus mayAsk() override { return explained(vault_.mayTry()); }

@@ -23,12 +23,6 @@ std::optional<Agreement> LocalAuthenticationContext::State::agreement(AccessCont
     return found == agreements.end() ? std::nullopt : std::optional(found->second);
 }
 
-void LocalAuthenticationContext::State::forget(AccessControlFlag demanded)
-{
-    const std::lock_guard lock(mutex);
-    agreements.erase(demanded);
-}
-
 bool LocalAuthenticationContext::State::barred()
 {
     const std::lock_guard lock(mutex);

@@ -36,7 +36,6 @@ struct LocalAuthenticationContext::State
     /// False, and nothing is kept, when the context has ended meanwhile.
     bool remember(AccessControlFlag demanded, Agreement agreement);
     std::optional<Agreement> agreement(AccessControlFlag demanded);
-    void forget(AccessControlFlag demanded);
     bool barred();
 };
 

@@ -81,7 +81,7 @@ std::optional<KeychainStatus> UserConsent::settled(Demand& demand, Agreement& ag
         return KeychainStatus::interactionNotAllowed;
     if (const auto status = demand.prepare(); status != KeychainStatus::success)
         return status;
-    if (remembered(demand, earlier))
+    if (earlier && demand.counts(*earlier))
     {
         agreement = std::move(*earlier);
         return KeychainStatus::success;
@@ -94,16 +94,6 @@ std::optional<KeychainStatus> UserConsent::settled(Demand& demand, Agreement& ag
                       "Name a clock and an authenticator that offers it in the services.");
     const auto status = demand.mayAsk();
     return status == KeychainStatus::success ? std::nullopt : std::optional(status);
-}
-
-bool UserConsent::remembered(Demand& demand, const std::optional<Agreement>& earlier)
-{
-    if (!earlier)
-        return false;
-    const auto standing = demand.standing(*earlier);
-    if (standing == Demand::Standing::outdated)
-        context_.forget(demand.flag());
-    return standing == Demand::Standing::counts;
 }
 
 KeychainStatus UserConsent::ask(Demand& demand, AuthenticatorTurn& turn, Agreement& agreement)

@@ -21,14 +21,8 @@ public:
     /// Looks at what all that follows depends on; has explained itself where it refuses.
     virtual KeychainStatus prepare() = 0;
 
-    enum class Standing
-    {
-        counts,
-        notHere,
-        /// It will never count again.
-        outdated,
-    };
-    virtual Standing standing(const Agreement& earlier) = 0;
+    /// Whether what the user agreed to earlier still counts.
+    virtual bool counts(const Agreement& earlier) = 0;
 
     /// Whether there is a use in asking; has explained itself where there is none.
     virtual KeychainStatus mayAsk() = 0;
@@ -54,7 +48,6 @@ public:
 
 private:
     std::optional<KeychainStatus> settled(Demand& demand, Agreement& agreement);
-    bool remembered(Demand& demand, const std::optional<Agreement>& earlier);
     KeychainStatus ask(Demand& demand, class AuthenticatorTurn& turn, Agreement& agreement);
     KeychainStatus refuse(KeychainStatus status, std::string cause, std::string nextStep) const;
 

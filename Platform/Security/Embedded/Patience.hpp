@@ -18,14 +18,15 @@ public:
     Clock::time_point end() const noexcept { return end_; }
 
     /// Waits a little, longer at each further round; false, at once, when the time is over. Neither
-    /// a file lock nor SQLite can wake a waiter, so all that is left is to look again.
+    /// a file lock nor SQLite can wake a waiter, so all that is left is to look again; and often,
+    /// for whoever looks rarely finds the lock taken each time while others come and go.
     bool pause(int round) const
     {
         using namespace std::chrono_literals;
         const auto left = end_ - Clock::now();
         if (left <= 0s)
             return false;
-        const auto step = std::chrono::microseconds(200) * (1 << std::min(round, 6));
+        const auto step = std::chrono::microseconds(200) * (1 << std::min(round, 3));
         std::this_thread::sleep_for(std::min<Clock::duration>(left, step));
         return true;
     }

@@ -19,7 +19,8 @@ public:
         if (status != KeychainStatus::success)
             return status;
         status = keychain_.store_->copyMatching(pattern, ItemContent::attributes, 1).status;
-        if (status == KeychainStatus::success)
+        // Remembered where nothing matched, too: another program may add the item before we do.
+        if (status == KeychainStatus::success || status == KeychainStatus::itemNotFound)
             old_ = std::move(pattern);
         return status;
     }

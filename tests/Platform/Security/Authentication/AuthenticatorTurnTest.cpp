@@ -60,6 +60,19 @@ TEST(AuthenticatorTurn, InvalidatingEndsTheReadThatWaitsAndAllLaterOnes)
 
 TEST(AuthenticatorTurn, AnAgreementThatComesTooLateIsNotRemembered)
 {
+    /// The context ends when the answer has been taken and is being looked at.
+    struct LateEnd final : Authenticator
+    {
+        LocalAuthenticationContext* context = nullptr;
+
+        Answer authenticate(const Request&) override { return {Outcome::confirmed, {}}; }
+        bool offers(AccessControlFlag) const override { return true; }
+        std::optional<std::string> fingerprintSet() const override
+        {
+            context->invalidate();
+            return "thumb";
+        }
+    };
     ProtectionHost host;
     const auto item = host.stored(Flag::userPresence);
     LocalAuthenticationContext context;
@@ -67,6 +80,14 @@ TEST(AuthenticatorTurn, AnAgreementThatComesTooLateIsNotRemembered)
 
     EXPECT_EQ(host.read(item, context), userCancelled);
     EXPECT_EQ(host.read(item, context), userCancelled);
+
+    LocalAuthenticationContext second;
+    const auto late = std::make_shared<LateEnd>();
+    late->context = &second;
+    auto services = host.services();
+    services.authenticator = late;
+    auto finger = host.stored(Flag::anyFingerprint);
+    EXPECT_EQ(host.protection.release(finger, second, services), userCancelled);
 }
 
 TEST(AuthenticatorTurn, InvalidatingMayRaceTheAnswer)
@@ -201,6 +222,7 @@ TEST(AuthenticatorTurn, AfterAnInvalidatedQuestionThatDoesNotCloseTheNextWaitsNo
     host.clock->advance(limit);
 
     EXPECT_EQ(second.get(), notAvailable);
+    EXPECT_EQ(host.readAlone(item), notAvailable) << "at once";
     host.user->letGo();
     host.user.reset();
     gone.wait();

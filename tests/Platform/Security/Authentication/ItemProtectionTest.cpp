@@ -322,6 +322,8 @@ TEST(ItemProtection, WrongPasscodesOfReadsAreThrottledWithoutAsking)
     EXPECT_EQ(told[0].nextStep, "Try again in 30 seconds.");
     host.clock->advance(30 * nanosecondsPerSecond);
     EXPECT_EQ(host.readAlone(item), success);
+    EXPECT_EQ(host.readAlone(item), success) << "the right one clears the count";
+    EXPECT_EQ(host.user->asked(), 8U);
 }
 
 TEST(ItemProtection, ABarredContextReleasesOnlyWhatWasAgreedTo)
