@@ -8,6 +8,7 @@
 #include "Tessera/API/AccountRequestBuilder.hpp"
 #include "Tessera/Model/AccountError.hpp"
 #include "Tessera/Tokens/JWTError.hpp"
+#include "Valet/KeychainError.hpp"
 #include "tools/environment/EnvironmentFile.hpp"
 
 #include <new>
@@ -110,6 +111,34 @@ Report report(const tools::EnvironmentFileError& error)
     return {ExitCode::environment, name, error.sentence(), error.nextStep()};
 }
 
+Report report(const valet::KeychainError& error)
+{
+    using enum valet::KeychainErrorCase;
+    switch (error.errorCase())
+    {
+        case userCancelled:
+            return {ExitCode::declined, error.what(),
+                    "The keychain did not get the passcode or the consent that it asks for.",
+                    "Run the command again and answer the question."};
+        case itemNotFound:
+            return {ExitCode::itemNotFound, error.what(), "The store holds no such item.",
+                    "See its keys with \"tessera keychain list\"."};
+        case missingEntitlement:
+            return {ExitCode::keychain, error.what(),
+                    "The program may not use the access group of this store.",
+                    "Check --group and --program."};
+        case emptyKey:
+            return {ExitCode::usage, error.what(), "The key is empty.", "Name the item's key."};
+        case emptyValue:
+            return {ExitCode::usage, error.what(), "The value is empty.",
+                    "Pass it to standard input, or remove the item instead."};
+        case couldNotAccessKeychain:
+            break;
+    }
+    return {ExitCode::keychain, error.what(), "The keychain cannot be used, or refuses this.",
+            "Let \"tessera keychain doctor\" look for the cause."};
+}
+
 Report report(const platform::CancellationError& error)
 {
     return report(ExitCode::interrupted, error, "Run the command again.");
@@ -166,6 +195,12 @@ std::string_view className(ExitCode code)
             return "tokenFile";
         case ExitCode::declined:
             return "declined";
+        case ExitCode::keychain:
+            return "keychain";
+        case ExitCode::itemNotFound:
+            return "itemNotFound";
+        case ExitCode::fault:
+            return "fault";
         case ExitCode::interrupted:
         case ExitCode::terminated:
             return "interrupted";
@@ -181,8 +216,8 @@ Report reportOf(const std::exception_ptr& error)
     }
     catch (const std::exception& known)
     {
-        return reportAs<Failure, tools::EnvironmentFileError, platform::CancellationError,
-                        platform::URLError, AccountRemoteError,
+        return reportAs<Failure, tools::EnvironmentFileError, valet::KeychainError,
+                        platform::CancellationError, platform::URLError, AccountRemoteError,
                         nettasks::AsyncURLSessionDataTaskDecodingError, tessera::JWTError,
                         tessera::AccountError, platform::DecodingError,
                         tessera::AccountRequestBuilderError, std::bad_alloc>(known);

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "Platform/Basics/Diagnostic.hpp"
+
 #include <exception>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace commandline
 {
@@ -21,6 +24,9 @@ enum class ExitCode
     verification = 7,
     tokenFile = 8,
     declined = 9,
+    keychain = 10,
+    itemNotFound = 11,
+    fault = 12,
     interrupted = 130,
     terminated = 143,
 };
@@ -36,6 +42,8 @@ struct Report
     std::string name;
     std::string message;
     std::string next;
+    /// What lay behind it, as far as the layers below told: printed line by line before it.
+    std::vector<platform::Diagnostic> diagnostics = {};
 };
 
 /// A failure that this program itself found.

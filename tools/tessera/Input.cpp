@@ -51,26 +51,29 @@ void print(std::string_view text)
     std::fflush(stderr);
 }
 
-/// Appends what can be read now; false at the end of the input.
-bool readMore(SecretString& text, const Interrupts& interrupts)
+/// Appends what can be read now, up to `most` bytes; false at the end of the input.
+bool readMore(SecretString& text, int descriptor, std::size_t most, const Interrupts& interrupts,
+              const std::stop_token& ended = {})
 {
-    interrupts.waitForInput(STDIN_FILENO);
+    interrupts.waitForInput(descriptor, ended);
     platform::SecretBytes piece;
-    piece.resize(4096);
-    const auto size = ::read(STDIN_FILENO, piece.mutableView().data(), piece.size());
+    piece.resize(most);
+    const auto size = ::read(descriptor, piece.mutableView().data(), piece.size());
     if (size < 0 && errno != EINTR && errno != EAGAIN)
-        throw std::system_error(errno, std::generic_category(), "standard input");
+        throw std::system_error(errno, std::generic_category(), "input");
     if (size > 0)
         text.append(
             {reinterpret_cast<const char*>(piece.view().data()), static_cast<std::size_t>(size)});
     return size != 0;
 }
 
-SecretString readLine(const Interrupts& interrupts)
+constexpr std::size_t pieceSize = 4096;
+
+SecretString readLine(const Interrupts& interrupts, const std::stop_token& ended)
 {
     SecretString text;
     while (text.view().find('\n') == std::string_view::npos)
-        if (!readMore(text, interrupts))
+        if (!readMore(text, STDIN_FILENO, pieceSize, interrupts, ended))
             throw Failure({ExitCode::declined, "noAnswer", "The question was not answered.",
                            "Run the command again and answer it."});
     return SecretString(text.view().substr(0, text.view().find('\n')));
@@ -83,12 +86,13 @@ bool isBlank(char c)
 
 }  // namespace
 
-SecretString ask(std::string_view question, const Interrupts& interrupts)
+SecretString ask(std::string_view question, const Interrupts& interrupts,
+                 const std::stop_token& ended)
 {
     print(question);
     try
     {
-        return readLine(interrupts);
+        return readLine(interrupts, ended);
     }
     catch (const platform::CancellationError&)
     {
@@ -97,10 +101,31 @@ SecretString ask(std::string_view question, const Interrupts& interrupts)
     }
 }
 
-SecretString askSecretly(std::string_view question, const Interrupts& interrupts)
+SecretString askSecretly(std::string_view question, const Interrupts& interrupts,
+                         const std::stop_token& ended)
 {
     const HiddenTyping hidden;
-    return ask(question, interrupts);
+    return ask(question, interrupts, ended);
+}
+
+std::optional<SecretString> readLineFrom(int descriptor, const Interrupts& interrupts)
+{
+    constexpr std::size_t longest = 64 * 1024;
+    SecretString text;
+    while (text.size() < longest && !text.view().ends_with('\n'))
+        if (!readMore(text, descriptor, 1, interrupts))
+            break;
+    if (text.empty())
+        return std::nullopt;
+    return SecretString(text.view().substr(0, text.view().find('\n')));
+}
+
+SecretString readInput(std::size_t limit, const Interrupts& interrupts)
+{
+    SecretString text;
+    while (text.size() <= limit && readMore(text, STDIN_FILENO, pieceSize, interrupts))
+        ;
+    return text;
 }
 
 SecretString readTokenFromInput(const Interrupts& interrupts)
@@ -109,10 +134,7 @@ SecretString readTokenFromInput(const Interrupts& interrupts)
         throw Failure({ExitCode::usage, "noToken", "No token was given.",
                        "Name the file that holds it with --token-file, or pass it to standard "
                        "input through a pipe."});
-    SecretString text;
-    while (text.size() <= tokenSizeLimit && readMore(text, interrupts))
-        ;
-    return tokenIn(text.view(), "Standard input");
+    return tokenIn(readInput(tokenSizeLimit, interrupts).view(), "Standard input");
 }
 
 SecretString tokenIn(std::string_view text, std::string_view source)

@@ -1,11 +1,11 @@
 #include "tools/tessera/Interrupts.hpp"
 
 #include "Platform/Concurrency/CancellationError.hpp"
+#include "tools/tessera/Event.hpp"
 
 #include <boost/asio/signal_set.hpp>
 
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -19,13 +19,7 @@ namespace commandline
 
 struct Interrupts::State
 {
-    explicit State(const platform::Executor& executor)
-        : signals(executor, SIGINT, SIGTERM), event(::eventfd(0, EFD_CLOEXEC))
-    {
-        if (event < 0)
-            throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
-    ~State() { ::close(event); }
+    explicit State(const platform::Executor& executor) : signals(executor, SIGINT, SIGTERM) {}
 
     static void wait(const std::shared_ptr<State>& state)
     {
@@ -43,16 +37,14 @@ struct Interrupts::State
     {
         if (caught.exchange(number) != 0)
             ::_exit(128 + number);
-        const std::uint64_t one = 1;
-        // It cannot fail: the counter is far from its end.
-        [[maybe_unused]] const auto written = ::write(event, &one, sizeof one);
+        event.happen();
         const std::lock_guard lock(mutex);
         if (handler)
             handler();
     }
 
     boost::asio::signal_set signals;
-    const int event;
+    const Event event;
     std::atomic<int> caught = 0;
     std::mutex mutex;
     std::function<void()> handler;
@@ -76,16 +68,19 @@ int Interrupts::signal() const
 
 int Interrupts::descriptor() const
 {
-    return state_->event;
+    return state_->event.descriptor();
 }
 
-void Interrupts::waitForInput(int input) const
+void Interrupts::waitForInput(int input, const std::stop_token& ended) const
 {
-    pollfd waiting[] = {{input, POLLIN, 0}, {descriptor(), POLLIN, 0}};
-    while (::poll(waiting, 2, -1) < 0)
+    const Event stop;
+    const std::stop_callback onStop(ended, [&stop] { stop.happen(); });
+    pollfd waiting[] = {
+        {input, POLLIN, 0}, {descriptor(), POLLIN, 0}, {stop.descriptor(), POLLIN, 0}};
+    while (::poll(waiting, 3, -1) < 0)
         if (errno != EINTR)
             throw std::system_error(errno, std::generic_category(), "poll");
-    if (waiting[1].revents != 0)
+    if (waiting[1].revents != 0 || waiting[2].revents != 0)
         throw platform::CancellationError();
 }
 

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <stop_token>
 
 namespace commandline
 {
@@ -26,8 +27,9 @@ public:
     /// Readable once a signal came: for `poll`.
     int descriptor() const;
 
-    /// Waits until `input` can be read. Throws `platform::CancellationError` after a signal.
-    void waitForInput(int input) const;
+    /// Waits until `input` can be read. Throws `platform::CancellationError` after a signal, and
+    /// when `ended` is asked to stop.
+    void waitForInput(int input, const std::stop_token& ended = {}) const;
 
     /// From now until it is set again, a signal calls `handler`, on any thread; one that came
     /// before calls it now.

@@ -1,6 +1,7 @@
 #include "tools/tessera/Options.hpp"
 
 #include "tools/tessera/Failure.hpp"
+#include "tools/tessera/keychain/KeychainOptions.hpp"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -18,9 +19,9 @@ namespace
 
 constexpr auto purpose = R"(Signs in to an online account and shows what the server says about it.
 
-Every command needs --environment or --preset: they name the server and the key that its answers
-are verified with. A session token is read from --token-file or from standard input, and never
-from an argument.)";
+Every command but "keychain" needs --environment or --preset: they name the server and the key that
+its answers are verified with. A session token is read from --token-file or from standard input, and
+never from an argument. "tessera keychain --help" tells about the keychain.)";
 
 constexpr auto epilogue = R"(
 Exit codes:
@@ -33,14 +34,19 @@ Exit codes:
     6  the server wants a sign-in: the session has ended, or it is too old for this
     7  verification: a token is not the server's, or is for another program or user
     8  the token file cannot be read or written, or holds no token
-    9  a question was not answered, or with no
+    9  a question was not answered, with no, or with a wrong passcode
+   10  the keychain cannot be used, or refuses the access
+   11  the keychain holds no such item
+   12  "keychain doctor" found a fault
   130  interrupted by Ctrl-C (143: by SIGTERM)
 
 Examples:
   tessera request-code --environment env.json --email anna@example.org
   tessera sign-in --environment env.json --email anna@example.org --token-file token
   tessera info --environment env.json --token-file token --json
-  tessera sign-out --environment env.json < token)";
+  tessera sign-out --environment env.json < token
+  printf %s "$VALUE" | tessera keychain set --id Notes draft
+  tessera keychain doctor)";
 
 struct VerbText
 {
@@ -161,6 +167,19 @@ Command commandFrom(const Values& values, const CLI::App& app, Verb verb)
     return command;
 }
 
+/// What is about servers has no meaning for the keychain, wherever it stands.
+KeychainCommand keychainCommandFrom(const CLI::App& app, const Values& values,
+                                    const KeychainOptions& keychain)
+{
+    for (const auto* option : {"--environment", "--preset", "--time-limit", "--client-identifier"})
+        if (app.count(option) > 0)
+            refuse(std::string("The option ") + option + " is not known here.",
+                   "See \"tessera keychain --help\".");
+    auto command = keychain.command();
+    command.json = command.json || values.command.json;
+    return command;
+}
+
 /// The parser's words as a sentence. Of what it did not expect, only an option's name is repeated:
 /// the rest may be a code or an address.
 std::string sentence(const CLI::ParseError& error, const CLI::App& app)
@@ -186,7 +205,8 @@ std::string_view word(Verb verb)
     return std::ranges::find(verbs, verb, &VerbText::verb)->word;
 }
 
-std::variant<Command, std::string> parseOptions(int count, const char* const* arguments)
+std::variant<Command, KeychainCommand, std::string> parseOptions(int count,
+                                                                 const char* const* arguments)
 {
     CLI::App app(purpose, "tessera");
     app.footer(epilogue);
@@ -203,6 +223,7 @@ std::variant<Command, std::string> parseOptions(int count, const char* const* ar
         addOwn(*parser, verb, values);
         addCommon(*parser, values);
     }
+    const KeychainOptions keychain(app);
 
     try
     {
@@ -220,6 +241,8 @@ std::variant<Command, std::string> parseOptions(int count, const char* const* ar
     {
         refuse(sentence(error, app), "See \"tessera --help\".");
     }
+    if (keychain.used())
+        return keychainCommandFrom(app, values, keychain);
     const auto used =
         std::ranges::find_if(parsers, [](const auto& parser) { return parser.second->parsed(); });
     return commandFrom(values, *used->second, used->first);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/tessera/Command.hpp"
+#include "tools/tessera/keychain/KeychainCommand.hpp"
 
 #include <string>
 #include <variant>
@@ -10,7 +11,8 @@ namespace commandline
 
 /// What the command line asks for: a command, or to see the help or the version, which is the text.
 /// Throws `Failure` of the class `usage`.
-std::variant<Command, std::string> parseOptions(int count, const char* const* arguments);
+std::variant<Command, KeychainCommand, std::string> parseOptions(int count,
+                                                                 const char* const* arguments);
 
 /// Whether `--json` is among the arguments, for errors in the others.
 bool wantsJSON(int count, const char* const* arguments);

@@ -91,6 +91,8 @@ std::string jsonText(const Report& report)
     json.member("message", report.message);
     json.member("next", report.next);
     json.member("exitCode", static_cast<int>(report.exitCode));
+    if (!report.diagnostics.empty())
+        writeDiagnostics(report.diagnostics, json);
     json.endObject();
     json.endObject();
     return text + "\n";
@@ -159,6 +161,14 @@ void printForPeople(const AccountInfo& account)
     print(table.text().view());
 }
 
+void printLine(const std::string& sentence, const std::string& next)
+{
+    const bool colours = takesColours(STDERR_FILENO);
+    const auto text = styled("tessera:", Style::error, colours) + " " + printable(sentence) +
+                      (next.empty() ? "" : " " + printable(next)) + "\n";
+    std::fputs(text.c_str(), stderr);
+}
+
 std::string sentence(const Result& result)
 {
     switch (result.verb)
@@ -184,6 +194,21 @@ std::string sentence(const Result& result)
 
 }  // namespace
 
+void writeDiagnostics(const std::vector<platform::Diagnostic>& diagnostics, JSONWriter& json)
+{
+    json.key("diagnostics");
+    json.beginArray();
+    for (const auto& diagnostic : diagnostics)
+    {
+        json.beginObject();
+        json.member("area", diagnostic.area);
+        json.member("cause", asSentence(diagnostic.cause));
+        json.member("next", asSentence(diagnostic.nextStep));
+        json.endObject();
+    }
+    json.endArray();
+}
+
 void print(std::string_view text)
 {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
@@ -204,10 +229,14 @@ void print(const Report& report, bool json)
 {
     if (json)
         return print(jsonText(report));
-    const bool colours = takesColours(STDERR_FILENO);
-    const auto text = styled("tessera:", Style::error, colours) + " " + printable(report.message) +
-                      (report.next.empty() ? "" : " " + printable(report.next)) + "\n";
-    std::fputs(text.c_str(), stderr);
+    print(report.diagnostics);
+    printLine(report.message, report.next);
+}
+
+void print(const std::vector<platform::Diagnostic>& diagnostics)
+{
+    for (const auto& diagnostic : diagnostics)
+        printLine(asSentence(diagnostic.cause), asSentence(diagnostic.nextStep));
 }
 
 }  // namespace commandline

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Coding/JSONWriter.hpp"
 #include "tools/tessera/Actions.hpp"
 #include "tools/tessera/Failure.hpp"
 
@@ -11,5 +12,11 @@ namespace commandline
 void print(std::string_view text);
 void print(const Result& result, bool json);
 void print(const Report& report, bool json);
+
+/// What the layers below told of: a line each on standard error.
+void print(const std::vector<platform::Diagnostic>& diagnostics);
+/// The same as a member of an object.
+void writeDiagnostics(const std::vector<platform::Diagnostic>& diagnostics,
+                      platform::JSONWriter& json);
 
 }  // namespace commandline

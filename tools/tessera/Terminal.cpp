@@ -69,6 +69,13 @@ std::string printable(std::string_view text)
     return clean;
 }
 
+std::string asSentence(std::string text)
+{
+    if (!text.empty() && !text.ends_with('.'))
+        text += '.';
+    return text;
+}
+
 std::string styled(std::string text, Style style, bool colours)
 {
     return colours ? sequence(style) + text + "\x1B[0m" : text;

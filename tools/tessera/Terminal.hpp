@@ -19,6 +19,9 @@ bool takesColours(int descriptor);
 /// reaches a terminal through this alone.
 std::string printable(std::string_view text);
 
+/// With a full stop, which libraries may leave out.
+std::string asSentence(std::string text);
+
 enum class Style
 {
     heading,

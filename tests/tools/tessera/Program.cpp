@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 #include <boost/json/parse.hpp>
 
+#include <fcntl.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
@@ -23,8 +25,11 @@ namespace
 class Invocation
 {
 public:
-    explicit Invocation(const Arguments& arguments) : words_{TESSERA_PROGRAM}
+    Invocation(const Arguments& arguments, const Surroundings& surroundings)
+        : words_{TESSERA_PROGRAM}
     {
+        variables_.insert(variables_.end(), surroundings.variables.begin(),
+                          surroundings.variables.end());
         // The rest of the environment stays: sanitizers take their options from it.
         for (char** variable = ::environ; *variable != nullptr; ++variable)
             if (!isOurs(*variable))
@@ -45,10 +50,13 @@ public:
     }
 
 private:
-    static bool isOurs(const std::string& variable)
+    bool isOurs(const std::string& variable) const
     {
         const auto name = variable.substr(0, variable.find('='));
-        return name == "LANGUAGE" || name == "LC_ALL" || name == "TERM" || name == "NO_COLOR";
+        const auto isNamed = [&](const std::string& other)
+        { return other.starts_with(name + "="); };
+        return name == "LANGUAGE" || name == "NO_COLOR" ||
+               std::any_of(variables_.begin(), variables_.end(), isNamed);
     }
 
     std::vector<std::string> words_;
@@ -92,25 +100,29 @@ boost::json::value Ended::json() const
     return boost::json::parse(output);
 }
 
-Ended run(const Arguments& arguments, const std::string& input)
+Ended run(const Arguments& arguments, const std::string& input, const Surroundings& surroundings)
 {
-    const Invocation invocation(arguments);
-    const auto in = temporary(input), out = temporary(), errors = temporary();
+    const Invocation invocation(arguments, surroundings);
+    const auto in = temporary(input), out = temporary(), errors = temporary(),
+               third = temporary(surroundings.third);
     const pid_t child = ::fork();
     if (child == 0)
     {
+        // First of all, for another file may have this number.
+        const int moved = ::fcntl(::fileno(third.get()), F_DUPFD, 10);
         ::dup2(::fileno(in.get()), STDIN_FILENO);
         ::dup2(::fileno(out.get()), STDOUT_FILENO);
         ::dup2(::fileno(errors.get()), STDERR_FILENO);
+        ::dup2(moved, 3);
         invocation.execute();
     }
     const int exitCode = exitCodeOf(child);
     return {exitCode, contentOf(out), contentOf(errors)};
 }
 
-AtTerminal::AtTerminal(const Arguments& arguments)
+AtTerminal::AtTerminal(const Arguments& arguments, const Surroundings& surroundings)
 {
-    const Invocation invocation(arguments);
+    const Invocation invocation(arguments, surroundings);
     child_ = ::forkpty(&terminal_, nullptr, nullptr, nullptr);
     if (child_ == 0)
         invocation.execute();

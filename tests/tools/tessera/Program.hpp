@@ -25,14 +25,24 @@ struct Ended
     boost::json::value json() const;
 };
 
+/// What a run gets beside its arguments.
+struct Surroundings
+{
+    /// "NAME=value", in the place of what the tests have under these names.
+    std::vector<std::string> variables;
+    /// What can be read from descriptor 3.
+    std::string third;
+};
+
 /// Runs the command line away from any terminal.
-Ended run(const Arguments& arguments, const std::string& input = "");
+Ended run(const Arguments& arguments, const std::string& input = "",
+          const Surroundings& surroundings = {});
 
 /// The command line at a terminal of its own.
 class AtTerminal
 {
 public:
-    explicit AtTerminal(const Arguments& arguments);
+    explicit AtTerminal(const Arguments& arguments, const Surroundings& surroundings = {});
     ~AtTerminal();
     AtTerminal(const AtTerminal&) = delete;
     AtTerminal& operator=(const AtTerminal&) = delete;

@@ -1,0 +1,259 @@
+#include "tests/tools/tessera/KeychainHome.hpp"
+
+#include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
+#include "tools/account-server/Files.hpp"
+
+#include <gmock/gmock.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <functional>
+
+namespace commandline
+{
+namespace
+{
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr auto canary = "VAL_KeychainCanaryUsername";
+
+/// What the doctor says about one thing, as "state: text"; "" where it says nothing.
+std::string told(const boost::json::value& report, const std::string& name)
+{
+    std::string all;
+    for (const auto& finding : report.at("findings").as_array())
+        if (finding.at("name").as_string() == name)
+            all += std::string(finding.at("state").as_string()) + ": " +
+                   std::string(finding.at("text").as_string()) + "\n";
+    return all;
+}
+
+/// Both forms of the report, with nothing changed by either.
+struct Examined
+{
+    Ended forPeople;
+    boost::json::value report;
+    int exitCode;
+};
+
+Examined examine(const KeychainHome& home, const Arguments& more = {})
+{
+    Arguments words{"doctor"};
+    words.insert(words.end(), more.begin(), more.end());
+    const auto before = home.snapshot();
+    auto forPeople = home.keychain(words);
+    words.emplace_back("--json");
+    const auto forScripts = home.keychain(words);
+    EXPECT_EQ(home.snapshot(), before) << forPeople.output;
+    EXPECT_EQ(forPeople.exitCode, forScripts.exitCode);
+    EXPECT_EQ(forPeople.errors + forScripts.errors, "");
+    const auto report = forScripts.json();
+    for (const auto& finding : report.at("findings").as_array())
+        EXPECT_THAT(forPeople.output, HasSubstr(std::string(finding.at("text").as_string())));
+    return {forPeople, report, forScripts.exitCode};
+}
+
+TEST(Doctor, FindsNothingWrongWithAFreshUserAndMakesNothing)
+{
+    const KeychainHome home;
+
+    const auto examined = examine(home);
+
+    EXPECT_EQ(examined.exitCode, 0) << examined.forPeople.output;
+    EXPECT_EQ(told(examined.report, "keychain.inUse"),
+              "good: The embedded keychain is in use, by default.\n");
+    EXPECT_THAT(told(examined.report, "embedded.empty"), HasSubstr("note: "));
+    EXPECT_EQ(home.snapshot().size(), 1u) << "the runtime folder alone";
+}
+
+TEST(Doctor, TellsWhatAWorkingKeychainHolds)
+{
+    const KeychainHome home;
+    ASSERT_EQ(home.keychain({"set", "a", "--id", "Notes"}, "value").exitCode, 0);
+    ASSERT_EQ(home.keychain({"set", "b", "--id", "Notes"}, "value").exitCode, 0);
+    ASSERT_EQ(
+        home.keychain({"set", canary, "--id", "Notes"}, "VAL_ProbeItemSecretValue77").exitCode, 0);
+    ASSERT_EQ(home.keychain({"set", "a", "--service", "plain", "--synchronizable"}, "v").exitCode,
+              0);
+
+    const auto all = examine(home);
+    const auto one = examine(home, {"--id", "Notes"});
+    const auto none = examine(home, {"--id", "Others"});
+    const auto wrapped = home.keychain({"passphrase", "set"}, "hidden\n");
+    const auto locked = home.keychain({"doctor", "--json"});
+    const auto unlocked =
+        home.keychain({"doctor", "--json", "--passphrase-fd", "3"}, "", "hidden\n");
+
+    EXPECT_EQ(all.exitCode, 0) << all.forPeople.output;
+    for (const auto* name : {"embedded.dataFolder", "embedded.keyFolder"})
+        EXPECT_THAT(told(all.report, name), HasSubstr("mode 0700")) << name;
+    for (const auto* name : {"embedded.database", "embedded.key", "embedded.lock"})
+        EXPECT_THAT(told(all.report, name), HasSubstr("mode 0600")) << name;
+    EXPECT_THAT(told(all.report, "embedded.passphrase"), HasSubstr("note: The key has no"));
+    EXPECT_THAT(told(all.report, "embedded.format"), HasSubstr("good: "));
+    EXPECT_THAT(told(all.report, "items"), HasSubstr("3 items in 2 stores"));
+    EXPECT_THAT(told(all.report, "store.canary"), HasSubstr("has a canary that holds"));
+    EXPECT_THAT(told(all.report, "store.canary"), HasSubstr("has no canary yet"));
+    EXPECT_THAT(told(one.report, "items"), HasSubstr("2 items in 1 store "));
+    EXPECT_THAT(told(none.report, "store.canary"), HasSubstr("has no canary yet"));
+    EXPECT_THAT(all.forPeople.output, Not(HasSubstr("ProbeItem")));
+    EXPECT_EQ(locked.exitCode, 12);
+    EXPECT_THAT(told(locked.json(), "embedded.locked"), HasSubstr("passphrase"));
+    EXPECT_EQ(unlocked.exitCode, 0) << unlocked.output;
+    EXPECT_THAT(told(unlocked.json(), "embedded.passphrase"), HasSubstr("good: "));
+}
+
+TEST(Doctor, LooksBesideAProgramThatHasTheKeychainOpen)
+{
+    const KeychainHome home;
+    platform::EmbeddedItemStore::Configuration configuration;
+    configuration.dataFolder = home.data;
+    configuration.keyFolder = home.keys;
+    platform::EmbeddedItemStore store(std::move(configuration));
+    const std::string_view value = "value";
+    ASSERT_EQ(store.add({.identity = {"plain", "a", "net.ostra.tessera", false},
+                         .data = platform::SecretBytes(std::as_bytes(std::span(value)))}),
+              platform::KeychainStatus::success);
+    ASSERT_TRUE(fs::exists(home.data / "keychain.db-wal")) << "as a killed program leaves it, too";
+
+    const auto examined = examine(home);
+
+    EXPECT_EQ(examined.exitCode, 0) << examined.forPeople.output;
+    EXPECT_THAT(told(examined.report, "embedded.log"), HasSubstr("mode 0600"));
+    EXPECT_THAT(told(examined.report, "items"), HasSubstr("1 item in 1 store"));
+}
+
+TEST(Doctor, NamesACanaryThatDiffersAndTheWayToRemoveIt)
+{
+    const KeychainHome home;
+    const Arguments store{
+        "--id", "it's", "--group", "group.org.example", "--accessibility", "afterFirstUnlock"};
+    const auto with = [&](Arguments words)
+    {
+        words.insert(words.end(), store.begin(), store.end());
+        return words;
+    };
+    ASSERT_EQ(home.keychain(with({"set", canary}), "foreign").exitCode, 0);
+
+    const auto examined = examine(home, store);
+    const std::string output = examined.forPeople.output;
+    const auto command = output.find("tessera keychain remove ");
+    ASSERT_NE(command, std::string::npos) << output;
+    // As a shell would take it.
+    const auto line = output.substr(command, output.find('\n', command) - command);
+    accountserver::TemporaryFolder tools;
+    fs::create_symlink(TESSERA_PROGRAM, tools.path / "tessera");
+    std::string environment;
+    for (const auto& variable : home.surroundings().variables)
+        environment += "export '" + variable + "'; ";
+    ASSERT_EQ(std::system(
+                  (environment + "PATH=" + tools.path.string() + ":$PATH " + line + " > /dev/null")
+                      .c_str()),
+              0)
+        << line;
+
+    EXPECT_EQ(examined.exitCode, 12);
+    EXPECT_THAT(told(examined.report, "store.canary"), HasSubstr("fault: "));
+    EXPECT_THAT(output, Not(HasSubstr("foreign")));
+    EXPECT_EQ(examine(home, store).exitCode, 0);
+}
+
+TEST(Doctor, NamesEachFaultOfFoldersAndFiles)
+{
+    const struct
+    {
+        const char* what;
+        const char* name;
+        const char* text;
+        std::function<void(const KeychainHome&)> breakIt;
+    } cases[] = {
+        {"data folder open to others", "embedded.dataFolder", "open to others (mode 0755)",
+         [](const auto& home) { fs::permissions(home.data, fs::perms(0755)); }},
+        {"key folder open to others", "embedded.keyFolder", "open to others",
+         [](const auto& home) { fs::permissions(home.keys, fs::perms(0770)); }},
+        {"key open to others", "embedded.key", "open to others (mode 0644)",
+         [](const auto& home) { fs::permissions(home.key, fs::perms(0644)); }},
+        {"folder behind a link", "embedded.dataFolder", "is a symbolic link",
+         [](const auto& home)
+         {
+             fs::rename(home.data, home.folder.path / "elsewhere");
+             fs::create_directory_symlink(home.folder.path / "elsewhere", home.data);
+         }},
+        {"database behind a link", "embedded.database", "is a symbolic link",
+         [](const auto& home)
+         {
+             fs::rename(home.database, home.folder.path / "elsewhere");
+             fs::create_symlink(home.folder.path / "elsewhere", home.database);
+         }},
+        {"key is a folder", "embedded.key", "is no file",
+         [](const auto& home)
+         {
+             fs::remove(home.key);
+             fs::create_directory(home.key);
+         }},
+        {"database of another user", "embedded.database", "belongs to the user",
+         [](const auto& home) { ASSERT_EQ(::chown(home.database.c_str(), 65534, -1), 0); }},
+        {"key missing", "embedded.keyMissing", "keychain.key is missing",
+         [](const auto& home) { fs::remove(home.key); }},
+        {"database missing", "embedded.read", "missing",
+         [](const auto& home) { fs::remove(home.database); }},
+        {"key damaged", "embedded.read", "damaged",
+         [](const auto& home) { fs::resize_file(home.key, 20); }},
+        {"database of nonsense", "embedded.read", "damaged",
+         [](const auto& home) { accountserver::writeFile(home.database, std::string(8192, 'x')); }},
+        {"database cut off", "embedded.read", "damaged", [](const auto& home)
+         { fs::resize_file(home.database, fs::file_size(home.database) / 2); }},
+    };
+    for (const auto& [what, name, text, breakIt] : cases)
+    {
+        SCOPED_TRACE(what);
+        // Only the superuser can give a file away.
+        if (std::string_view(what).find("another user") != std::string_view::npos &&
+            ::geteuid() != 0)
+            continue;
+        const KeychainHome home;
+        ASSERT_EQ(home.keychain({"set", "a", "--id", "Notes"}, "value").exitCode, 0);
+        ASSERT_EQ(examine(home).exitCode, 0);
+        breakIt(home);
+
+        const auto examined = examine(home);
+
+        EXPECT_EQ(examined.exitCode, 12) << examined.forPeople.output;
+        EXPECT_GE(examined.report.at("faults").as_int64(), 1);
+        const auto said = told(examined.report, name);
+        EXPECT_THAT(said, HasSubstr("fault: ")) << examined.forPeople.output;
+        EXPECT_THAT(said, HasSubstr(text));
+        for (const auto& finding : examined.report.at("findings").as_array())
+            if (finding.at("state").as_string() == "fault")
+                EXPECT_FALSE(finding.at("next").as_string().empty());
+    }
+}
+
+TEST(Doctor, TellsWhatTheSecretServiceLacks)
+{
+    KeychainHome home;
+    ASSERT_EQ(home.keychain({"set", "a", "--id", "Notes"}, "value").exitCode, 0);
+
+    const auto aside = examine(home);
+    const auto inUse = examine(home, {"--keychain", "secret-service"});
+    home.variables.back() = "TESSERA_KEYCHAIN=secret-service";
+    const auto byVariable = examine(home);
+
+    EXPECT_EQ(aside.exitCode, 0);
+    EXPECT_THAT(told(aside.report, "secretService.bus"), HasSubstr("note: "));
+    for (const auto& examined : {inUse, byVariable})
+    {
+        EXPECT_EQ(examined.exitCode, 12);
+        EXPECT_THAT(told(examined.report, "secretService.bus"), HasSubstr("fault: "));
+        EXPECT_THAT(told(examined.report, "embedded.leftover"), HasSubstr("note: "));
+    }
+    EXPECT_THAT(told(inUse.report, "keychain.inUse"), HasSubstr("because --keychain names it"));
+    EXPECT_THAT(told(byVariable.report, "keychain.inUse"), HasSubstr("TESSERA_KEYCHAIN names it"));
+}
+
+}  // namespace
+}  // namespace commandline
