@@ -2,6 +2,7 @@
 
 #include "Platform/Concurrency/WorkerThread.hpp"
 #include "Platform/Networking/CurlURLSession.hpp"
+#include "Platform/Security/Authentication/Passcode.hpp"
 #include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
 
 #include <openssl/crypto.h>
@@ -27,17 +28,25 @@ KeychainProgram systemProgram()
     return {.identifier = std::move(name)};
 }
 
-std::shared_ptr<Keychain> systemKeychain()
+std::shared_ptr<EmbeddedItemStore> systemItemStore()
 {
     auto configuration = EmbeddedItemStore::Configuration::ofUser();
     configuration.diagnostics = diagnosticsOfServices();
-    return keychainOver(std::make_shared<EmbeddedItemStore>(std::move(configuration)));
+    configuration.passphrase = []() -> std::optional<SecretString>
+    {
+        const auto ask = services().passphrase;
+        return ask ? ask() : std::nullopt;
+    };
+    configuration.firstKeyMayBePlain = true;
+    return std::make_shared<EmbeddedItemStore>(std::move(configuration));
 }
 
 struct SystemServices
 {
     WorkerThread worker;
+    WorkerThread promptTimers;
     std::shared_ptr<CurlURLSession> session = std::make_shared<CurlURLSession>();
+    std::shared_ptr<EmbeddedItemStore> items = systemItemStore();
     Services services{.clock = systemClock(worker.executor()),
                       .device = systemDevice(),
                       .urlSession = session,
@@ -47,7 +56,8 @@ struct SystemServices
                       .program = systemProgram(),
                       .diagnostics = nullptr,
                       .authenticator = nullptr,
-                      .keychain = systemKeychain()};
+                      .passphrase = nullptr,
+                      .keychain = keychainOver(items)};
 };
 
 SystemServices& system()
@@ -66,10 +76,28 @@ SystemServices& system()
             {
                 system().session->shutdown();
                 system().worker.stop();
+                system().promptTimers.stop();
+                system().items->close();
             });
         return made;
     }();
     return instance;
+}
+
+/// Times how long a user may take. A read that waits for the user may run on `background`, whose
+/// own timers stand still meanwhile; so they have a thread of their own, once there is anyone to
+/// ask.
+std::shared_ptr<Clock> promptClock(const Services& now)
+{
+    if (!now.authenticator || now.clock != systemServices().clock)
+        return now.clock;
+    return systemClock(system().promptTimers.executor());
+}
+
+ProtectionServices protection()
+{
+    const auto now = services();
+    return {now.authenticator, now.diagnostics, promptClock(now)};
 }
 
 struct ProcessWide
@@ -91,14 +119,16 @@ const Services& systemServices()
     return system().services;
 }
 
-std::shared_ptr<Keychain> keychainOver(std::shared_ptr<ItemStore> store)
+std::shared_ptr<StoreKeychain> keychainOver(std::shared_ptr<ItemStore> store)
 {
-    auto surroundings = []
-    {
-        const auto now = services();
-        return KeychainSurroundings{now.program, {now.authenticator, now.diagnostics, now.clock}};
-    };
-    return std::make_shared<StoreKeychain>(std::move(store), surroundings);
+    return std::make_shared<StoreKeychain>(
+        std::move(store), [] { return KeychainSurroundings{services().program, protection()}; });
+}
+
+std::unique_ptr<Passcode> passcodeOfServices()
+{
+    const auto keychain = std::dynamic_pointer_cast<StoreKeychain>(services().keychain);
+    return keychain ? std::make_unique<Passcode>(keychain->store(), protection) : nullptr;
 }
 
 DiagnosticSink diagnosticsOfServices()

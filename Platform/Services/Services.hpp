@@ -7,12 +7,15 @@
 #include "Platform/Security/Keychain/StoreKeychain.hpp"
 
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace platform
 {
 
+class Passcode;
 class URLSession;
 
 /// The services of the machine, one of each. Objects take what they need in their constructor; what
@@ -47,8 +50,13 @@ struct Services
     /// Asks the user before protected items are released. There is none until the host names it.
     std::shared_ptr<Authenticator> authenticator;
 
+    /// Asks the user for the passphrase of the embedded keychain, where one is set: with
+    /// `tessera keychain passphrase`, for example. Nothing means that none is given. Called inside
+    /// a store's operation, so that it must not use a store.
+    std::function<std::optional<SecretString>()> passphrase;
+
     /// Where stores keep their items: the user's embedded keychain, unless the host prefers another
-    /// (`keychainOver`). It follows the three fields above as they are at each call.
+    /// (`keychainOver`). It follows the four fields above as they are at each call.
     std::shared_ptr<Keychain> keychain;
 };
 
@@ -60,7 +68,17 @@ const Services& systemServices();
 
 /// A keychain over `store` that takes the program, the diagnostics and the authenticator from the
 /// process-wide services at each call.
-std::shared_ptr<Keychain> keychainOver(std::shared_ptr<ItemStore> store);
+///
+///     auto keyring = std::make_shared<SecretServiceItemStore>(
+///         SecretServiceItemStore::Configuration{.diagnostics = diagnosticsOfServices()});
+///     services.keychain = keychainOver(keyring);
+///
+/// Such a store is to be shut down before `main` returns, since services are never torn down.
+std::shared_ptr<StoreKeychain> keychainOver(std::shared_ptr<ItemStore> store);
+
+/// The passcode of the keychain in the services, to set, change or remove it; null where the host
+/// named a keychain of its own making.
+std::unique_ptr<Passcode> passcodeOfServices();
 
 /// A sink that passes on to the one in the process-wide services, for a store's configuration.
 DiagnosticSink diagnosticsOfServices();

@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <algorithm>
 #include <map>
+#include <stdexcept>
 
 namespace soak
 {
@@ -52,13 +53,20 @@ void fillStore(const Place& place)
 {
     const auto store = openStore(place);
     Items items(store->items());
+    const auto put = [&](std::size_t key, std::size_t least, std::size_t most)
+    {
+        const auto status = items.put(keyAt(key), writeOf(keyAt(key), least, most));
+        if (status != platform::KeychainStatus::success)
+            throw std::runtime_error("the store that is to be damaged was not filled: " +
+                                     shown(status) + " " + store->diagnostics());
+    };
     for (const std::size_t key : {0U, 1U, 2U, 4U})
     {
-        items.put(keyAt(key), writeOf(keyAt(key), 200, 500));
-        items.put(keyAt(key), writeOf(keyAt(key), 1'100, 1'900));
+        put(key, 200, 500);
+        put(key, 1'100, 1'900);
     }
-    items.put(keyAt(3), writeOf(keyAt(3), 5'000, 10'000));
-    items.put(keyAt(5), writeOf(keyAt(5), 1'000, 3'000));
+    put(3, 5'000, 10'000);
+    put(5, 1'000, 3'000);
     items.remove(keyAt(5));
 }
 

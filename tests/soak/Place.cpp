@@ -54,12 +54,9 @@ public:
         platform::EmbeddedItemStore::Configuration configuration;
         configuration.dataFolder = place.folder / "data";
         configuration.keyFolder = place.folder / "key";
-        configuration.passphrase = [this]() -> std::optional<platform::SecretString>
-        {
-            if (!passphrase_)
-                return std::nullopt;
-            return passphrase(*passphrase_);
-        };
+        if (passphrase_)
+            configuration.passphrase = [this] { return std::optional(passphrase(*passphrase_)); };
+        configuration.firstKeyMayBePlain = true;
         configuration.diagnostics = diagnostics_.sink();
         if (below == Below::watched)
         {

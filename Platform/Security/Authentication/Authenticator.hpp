@@ -45,6 +45,9 @@ public:
 
     /// Blocks until the user has answered. Runs on a thread of its own, one call at a time; it must
     /// not use a keychain or a store, which stops the process with a message that says so.
+    ///
+    /// All stores of the process wait meanwhile. If the window runs on the main thread, nothing on
+    /// that thread may use a store until it has closed: both would wait until the time is up.
     virtual Answer authenticate(const Request& request) = 0;
 
     /// Whether the user can be asked to do this at all, without asking. Called from any thread.

@@ -132,7 +132,8 @@ private:
     PasscodeVault::Found found_;
 };
 
-KeychainStatus seal(KeychainItem& item, ItemStore& store, const ProtectionServices& services)
+KeychainStatus seal(KeychainItem& item, ItemStore& store, const ProtectionServices& services,
+                    bool* couldNotTell)
 {
     const auto found = PasscodeVault(store, services).read();
     if (found.status == KeychainStatus::itemNotFound)
@@ -140,6 +141,8 @@ KeychainStatus seal(KeychainItem& item, ItemStore& store, const ProtectionServic
                       "The item demands a passcode, and none is set.", "Set a passcode first.");
     if (found.status == KeychainStatus::success)
         item.data = ItemEnvelope::sealed(item, found.record);
+    else if (couldNotTell)
+        *couldNotTell = true;
     return found.status;
 }
 
@@ -147,14 +150,15 @@ KeychainStatus seal(KeychainItem& item, ItemStore& store, const ProtectionServic
 
 ItemProtection::ItemProtection(std::shared_ptr<ItemStore> store) : store_(std::move(store)) {}
 
-KeychainStatus ItemProtection::protect(KeychainItem& item, const ProtectionServices& services)
+KeychainStatus ItemProtection::protect(KeychainItem& item, const ProtectionServices& services,
+                                       bool* couldNotTell)
 {
     switch (item.accessControl)
     {
         case AccessControlFlag::none:
             return KeychainStatus::success;
         case AccessControlFlag::devicePasscode:
-            return seal(item, *store_, services);
+            return seal(item, *store_, services, couldNotTell);
         case AccessControlFlag::userPresence:
         case AccessControlFlag::anyFingerprint:
         case AccessControlFlag::currentFingerprintSet:

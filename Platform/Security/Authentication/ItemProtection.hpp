@@ -35,8 +35,10 @@ public:
     explicit ItemProtection(std::shared_ptr<ItemStore> store);
 
     /// Replaces the item's data by what may be stored, or refuses: `notAvailable` where this
-    /// machine cannot protect it. Never asks the user.
-    KeychainStatus protect(KeychainItem& item, const ProtectionServices& services);
+    /// machine cannot protect it. Never asks the user. `couldNotTell` is set where nothing was
+    /// refused, but the store could not be read.
+    KeychainStatus protect(KeychainItem& item, const ProtectionServices& services,
+                           bool* couldNotTell = nullptr);
 
     /// Replaces the stored data by the value, after the user agreed where the item demands it.
     KeychainStatus release(KeychainItem& item, LocalAuthenticationContext& context,

@@ -24,8 +24,10 @@ struct PasscodeCost
 /// can try passcodes at the price of `PasscodeCost` each.
 ///
 /// A passcode is any text in UTF-8 of 1 to 1024 bytes, compared byte for byte. `change` and
-/// `remove` need the old one. Wrong ones are counted with those that are entered to read an item,
-/// as `PasscodeTries` says; while a wait lasts the answer is `authenticationFailed` at once.
+/// `remove` need the old one. Wrong ones are counted for all programs, together with those that are
+/// entered to read an item: five are free, then there is a wait of 30 s that doubles with each, up
+/// to an hour. While it lasts the answer is `authenticationFailed` at once. The right one clears
+/// the count.
 ///
 /// Any thread may call; a call takes as long as a try costs. An authenticator must not.
 class Passcode

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <mutex>
 #include <new>
+#include <thread>
 #include <utility>
 
 namespace platform
@@ -76,7 +77,51 @@ public:
             });
     }
 
+    void close() noexcept
+    {
+        if (opener_ != 0 && opener_ != ::getpid())
+            return;
+        // A program may end inside one of our callbacks, which holds the mutex already.
+        if (holder_ == std::this_thread::get_id())
+            return;
+        try
+        {
+            const Patience patience(configuration_.patience);
+            const std::unique_lock lock(mutex_, patience.end());
+            if (!lock.owns_lock())
+                return;
+            open_.reset();
+            opener_ = 0;
+        }
+        catch (...)
+        {
+            // The log stays, and whoever opens the store next takes it up.
+        }
+    }
+
 private:
+    /// For as long as an operation runs: says which thread runs it, and drops a connection whose
+    /// transaction outlived the operation, since only closing it can roll that back.
+    class Running
+    {
+    public:
+        explicit Running(State& state) : state_(state)
+        {
+            state_.holder_ = std::this_thread::get_id();
+        }
+        ~Running()
+        {
+            if (state_.open_ && state_.open_->database().inTransaction())
+                state_.open_.reset();
+            state_.holder_ = std::thread::id();
+        }
+        Running(const Running&) = delete;
+        Running& operator=(const Running&) = delete;
+
+    private:
+        State& state_;
+    };
+
     /// Runs an operation alone among this store's threads, and tells why it did not succeed.
     template <class Operation>
     KeychainStatus guarded(const Operation& operation)
@@ -94,6 +139,7 @@ private:
                 throw StoreFault(KeychainStatus::notAvailable,
                                  "Other threads hold the store: they wait for another program.",
                                  "Let the other program go on, or end it, and try again.");
+            const Running running(*this);
             return carriedOut(operation, patience);
         }
         catch (const StoreFault& fault)
@@ -113,10 +159,8 @@ private:
         }
         catch (const StoreFault& fault)
         {
-            // What was found damaged may be put right by a copy in the same place, and a connection
-            // that cannot even roll back is in an unknown state; both call for a new connection.
-            if (open_ &&
-                (fault.status() == KeychainStatus::damaged || open_->database().inTransaction()))
+            // It may be put right by a copy in the same place, which calls for a new connection.
+            if (fault.status() == KeychainStatus::damaged)
                 open_.reset();
             throw;
         }
@@ -158,6 +202,7 @@ private:
     const std::shared_ptr<FileLayer> files_;
     std::atomic<pid_t> opener_ = 0;
     std::timed_mutex mutex_;
+    std::atomic<std::thread::id> holder_;
     std::unique_ptr<OpenStore> open_;
 };
 
@@ -166,6 +211,11 @@ EmbeddedItemStore::EmbeddedItemStore(Configuration configuration)
 {}
 
 EmbeddedItemStore::~EmbeddedItemStore() = default;
+
+void EmbeddedItemStore::close() noexcept
+{
+    state_->close();
+}
 
 KeychainStatus EmbeddedItemStore::add(const KeychainItem& item)
 {
@@ -181,7 +231,7 @@ KeychainStatus EmbeddedItemStore::replace(const ItemPattern& old, const Keychain
             TableChange change(store.table(), store.transactions());
             if (!old.accessGroups.empty())
             {
-                for (const auto& row : matching(store.table(), old, false))
+                for (const auto& row : matching(store.table(), old))
                     change.erase(row);
             }
             const auto rival = store.table().find(item.identity);
@@ -192,7 +242,7 @@ KeychainStatus EmbeddedItemStore::replace(const ItemPattern& old, const Keychain
             if (!change.isEmpty())
             {
                 change.commit();
-                store.keepLogShort();
+                store.secureCommit();
             }
             return rival ? KeychainStatus::duplicateItem : KeychainStatus::success;
         });
@@ -215,12 +265,9 @@ KeychainAnswer EmbeddedItemStore::copyMatching(const ItemPattern& pattern, ItemC
                 }
             }
             const Transaction reading(store.transactions(), Transaction::Kind::read);
-            auto rows = matching(store.table(), pattern, withData);
+            auto rows = answering(store.table(), pattern, withData, limit);
             if (rows.empty())
-            {
-                store.table().requireComplete();
                 return KeychainStatus::itemNotFound;
-            }
             rows.resize(std::min(limit, rows.size()));
             for (auto& row : rows)
             {
@@ -241,7 +288,7 @@ KeychainStatus EmbeddedItemStore::deleteMatching(const ItemPattern& pattern)
         [&](OpenStore& store)
         {
             TableChange change(store.table(), store.transactions());
-            for (const auto& row : matching(store.table(), pattern, false))
+            for (const auto& row : matching(store.table(), pattern))
                 change.erase(row);
             if (change.isEmpty())
             {
@@ -249,7 +296,7 @@ KeychainStatus EmbeddedItemStore::deleteMatching(const ItemPattern& pattern)
                 return KeychainStatus::itemNotFound;
             }
             change.commit();
-            store.keepLogShort();
+            store.secureCommit();
             return KeychainStatus::success;
         });
 }
@@ -283,7 +330,7 @@ KeychainStatus EmbeddedItemStore::update(
             if (!item.data.empty())
                 tableChange.insert(item);
             tableChange.commit();
-            store.keepLogShort();
+            store.secureCommit();
             return KeychainStatus::success;
         });
 }

@@ -34,9 +34,14 @@ public:
         std::filesystem::path dataFolder;
         /// Holds `keychain.key`. A copy of the data folder alone tells nobody a value.
         std::filesystem::path keyFolder;
-        /// Asked when the key is wrapped, and when a first key is made: with a passphrase it is
-        /// wrapped at once. Called inside an operation; must not use a store.
+        /// Asked when the key is wrapped, and when a first key is made, which is wrapped at once.
+        /// Nothing means that the user gives none now: the operation is `notAvailable`, and the
+        /// next one asks again. So is it for an empty one where a key is made. Unset: a first key
+        /// is kept plain. Called inside an operation, whose patience begins anew afterwards; must
+        /// not use a store.
         std::function<std::optional<SecretString>()> passphrase;
+        /// Whether a first key is kept plain where `passphrase` gives nothing.
+        bool firstKeyMayBePlain = false;
         DiagnosticSink diagnostics;
         /// Name of the SQLite file layer (VFS) to use; empty: the system's.
         std::string vfs;
@@ -72,6 +77,13 @@ public:
     /// instant, the old passphrase works or the new one does.
     KeychainStatus changePassphrase(const std::optional<SecretString>& current,
                                     const std::optional<SecretString>& replacement);
+
+    /// Closes the files as the destructor does, so that the log is merged if no other program has
+    /// the store open. For the end of a process that leaves the store to nobody who destroys it;
+    /// whoever uses the store afterwards opens it again. Waits for other threads' operations as
+    /// long as the patience lasts, and closes nothing if they go on, in a callback of an operation
+    /// on the same thread, or in a forked child.
+    void close() noexcept;
 
 private:
     class State;

@@ -26,6 +26,18 @@ FileFacts checked(const StorePlaces& places)
     return requireFacts(places.database);
 }
 
+/// For a destructor, which must not end the process where memory is short.
+void report(const DiagnosticSink& diagnostics, const StoreFault& fault) noexcept
+{
+    try
+    {
+        if (diagnostics)
+            diagnostics(fault.diagnostic());
+    }
+    catch (...)
+    {}
+}
+
 }  // namespace
 
 OpenStore::OpenStore(const StorePlaces& places,
@@ -73,6 +85,8 @@ void OpenStore::recover()
     {
         const bool merged = log_.size > 0 && merge();
         fileNamesLog_ = merged && state == LogState::needed;
+        if (state == LogState::lost)
+            reportLostLog();
         return;
     }
     Transaction change(*transactions_, Transaction::Kind::write);
@@ -82,6 +96,18 @@ void OpenStore::recover()
     header.log = LogState::lost;
     table_->write(header);
     change.commit();
+    reportLostLog();
+}
+
+void OpenStore::reportLostLog() const
+{
+    if (diagnostics_)
+        diagnostics_({"keychain",
+                      "The keychain's log, " + places_.log.string() +
+                          ", was removed while it was needed: items may be older than they were, "
+                          "or missing.",
+                      "Put back a copy of the keychain's files, or store anew what is not as it "
+                      "should be."});
 }
 
 bool OpenStore::isInPlace() const
@@ -94,6 +120,17 @@ bool OpenStore::isLogInPlace() const
 {
     const auto log = factsOf(places_.log);
     return log && log->isSameFile(log_);
+}
+
+void OpenStore::secureCommit()
+{
+    keepLogShort();
+    if (!isInPlace() || !isLogInPlace())
+        throw StoreFault(
+            KeychainStatus::inputOutput,
+            "The keychain's files were replaced or removed while an item was stored: " +
+                places_.database.string() + ", " + places_.log.string(),
+            "Leave the files in place while programs use them, and try again.");
 }
 
 void OpenStore::keepLogShort()
@@ -120,17 +157,19 @@ bool OpenStore::merge()
 
 OpenStore::~OpenStore()
 {
+    // Wherever this ends, the log stays, and whoever opens the store next takes it up.
     try
     {
-        if (isInPlace() && isLogInPlace())
+        // A transaction that could not be rolled back is so by the close.
+        if (!database_.inTransaction() && isInPlace() && isLogInPlace())
             closeAlone();
     }
     catch (const StoreFault& fault)
     {
-        // The log stays, and whoever opens the store next takes it up.
-        if (diagnostics_)
-            diagnostics_(fault.diagnostic());
+        report(diagnostics_, fault);
     }
+    catch (...)
+    {}
 }
 
 void OpenStore::closeAlone()

@@ -35,11 +35,14 @@ public:
     Transactions& transactions() noexcept { return *transactions_; }
     Database& database() noexcept { return database_; }
 
-    /// To be called after each commit, and before it is acknowledged. A failure is reported, and no
-    /// more than that: the commit stands in the log.
-    void keepLogShort();
+    /// To be called after each commit, and before it is acknowledged. Throws `inputOutput` where
+    /// the files were taken away meanwhile and the commit with them. That the log cannot be merged
+    /// is reported, and no more than that: the commit stands in the log.
+    void secureCommit();
 
 private:
+    void keepLogShort();
+    void reportLostLog() const;
     void recover();
     void closeAlone();
     bool merge();

@@ -13,7 +13,13 @@ class Patience
 public:
     using Clock = std::chrono::steady_clock;
 
-    explicit Patience(std::chrono::milliseconds length) : end_(Clock::now() + length) {}
+    explicit Patience(std::chrono::milliseconds length)
+        : length_(length), end_(Clock::now() + length)
+    {}
+
+    /// To be called after something that is no wait for others, such as the user's typing. Time
+    /// passes for a constant too.
+    void restart() const { end_ = Clock::now() + length_; }
 
     Clock::time_point end() const noexcept { return end_; }
 
@@ -32,7 +38,8 @@ public:
     }
 
 private:
-    Clock::time_point end_;
+    std::chrono::milliseconds length_;
+    mutable Clock::time_point end_;
 };
 
 }  // namespace platform

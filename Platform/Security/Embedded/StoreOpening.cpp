@@ -5,6 +5,7 @@
 #include "Platform/Security/Embedded/StoreFault.hpp"
 #include "Platform/Security/Embedded/StoreLock.hpp"
 
+#include <string>
 #include <utility>
 
 namespace platform
@@ -27,9 +28,18 @@ std::optional<SecretBytes> readKey(const StorePlaces& places)
     return readPrivateFile(places.key, KeyFile::size);
 }
 
-SecretString passphrase(const Configuration& configuration)
+std::optional<SecretString> asked(const Configuration& configuration, const Patience& patience)
 {
-    auto passphrase = configuration.passphrase ? configuration.passphrase() : std::nullopt;
+    if (!configuration.passphrase)
+        return std::nullopt;
+    auto answer = configuration.passphrase();
+    patience.restart();
+    return answer;
+}
+
+SecretString passphrase(const Configuration& configuration, const Patience& patience)
+{
+    auto passphrase = asked(configuration, patience);
     if (!passphrase)
         throw StoreFault(KeychainStatus::notAvailable,
                          "The key is under a passphrase, and none was given.",
@@ -37,39 +47,77 @@ SecretString passphrase(const Configuration& configuration)
     return std::move(*passphrase);
 }
 
-std::optional<FoundKey> findKey(const StorePlaces& places, const Configuration& configuration)
+std::optional<FoundKey> findKey(const StorePlaces& places, const Configuration& configuration,
+                                const Patience& patience)
 {
     auto bytes = readKey(places);
     if (!bytes)
         return std::nullopt;
     auto file = KeyFile::decoded(bytes->view());
-    auto key = file.unwrapped(file.isWrapped() ? passphrase(configuration) : SecretString());
+    auto key =
+        file.unwrapped(file.isWrapped() ? passphrase(configuration, patience) : SecretString());
     return FoundKey{std::move(*bytes), std::move(file), std::move(key)};
 }
 
-FoundKey freshKey(const Configuration& configuration)
+FoundKey freshKey(const Configuration& configuration, const Patience& patience)
 {
+    const auto passphrase = asked(configuration, patience);
+    if (!passphrase && configuration.passphrase && !configuration.firstKeyMayBePlain)
+        throw StoreFault(KeychainStatus::notAvailable,
+                         "The keychain's first key is to be made, and no passphrase was given.",
+                         "Give a passphrase for the keychain.");
+    if (passphrase && passphrase->empty())
+        throw StoreFault(KeychainStatus::notAvailable, "An empty passphrase protects nothing.",
+                         "Give a passphrase for the keychain that is not empty.");
     auto key = MasterKey::random();
-    const auto passphrase = configuration.passphrase ? configuration.passphrase() : std::nullopt;
-    auto file = passphrase && !passphrase->empty() ? KeyFile::wrapped(*key, *passphrase)
-                                                   : KeyFile::plain(*key);
+    auto file = passphrase ? KeyFile::wrapped(*key, *passphrase) : KeyFile::plain(*key);
     return {file.encoded(), std::move(file), std::move(key)};
 }
 
-void requireDatabaseNotLost(const FoundKey& key, const std::optional<FileFacts>& database)
+/// Where two programs look in different places, one of them sees but a part of a store that is
+/// whole: whatever is taken away then is lost for the other.
+std::string stepsFor(const std::string& missing, const std::filesystem::path& left)
+{
+    return "Compare XDG_CONFIG_HOME and XDG_DATA_HOME of the programs that use the keychain: with "
+           "other values, another program may see a full store. If they agree, put back a copy "
+           "of " +
+           missing + ". Only if there is none anywhere, move " + left.string() +
+           " away to start anew.";
+}
+
+void requireDatabaseNotLost(const FoundKey& key, const std::optional<FileFacts>& database,
+                            const StorePlaces& places)
 {
     if (key.file.databaseMade && (!database || database->size == 0))
+        throw StoreFault(
+            KeychainStatus::notAvailable,
+            "The keychain file " + places.database.string() +
+                " is missing or empty, though its key is there: " + places.key.string(),
+            stepsFor(places.database.string(), places.key));
+}
+
+/// A key is made only where nothing is there that another key may have sealed.
+void requireNothingSealed(const std::optional<FileFacts>& database, const StorePlaces& places)
+{
+    if (database)
         throw StoreFault(KeychainStatus::notAvailable,
-                         "The keychain file is missing or empty, though its key is there.",
-                         "Put back a copy of keychain.db, or remove keychain.key as well to start "
-                         "anew.");
+                         "The keychain file " + places.database.string() +
+                             " is there, but its key file is missing: " + places.key.string(),
+                         stepsFor(places.key.string(), places.database));
+    if (factsOf(places.log))
+        throw StoreFault(
+            KeychainStatus::notAvailable,
+            "The keychain's log " + places.log.string() +
+                " is there, but its keychain file and its key file are missing: " +
+                places.database.string() + ", " + places.key.string(),
+            stepsFor(places.database.string() + " and of " + places.key.string(), places.log));
 }
 
 /// Whether a start has been finished before, so that nothing needs to be made or cleared away.
 bool isSettled(const FoundKey& key, const StorePlaces& places)
 {
     const auto database = privateFactsOf(places.database);
-    requireDatabaseNotLost(key, database);
+    requireDatabaseNotLost(key, database, places);
     return key.file.databaseMade && !factsOf(places.keyDraft) && !factsOf(places.databaseDraft);
 }
 
@@ -103,14 +151,10 @@ void settle(FoundKey& key, bool isFresh, const StorePlaces& places,
     const auto database = privateFactsOf(places.database);
     if (isFresh)
     {
-        if (database || factsOf(places.log))
-            throw StoreFault(
-                KeychainStatus::notAvailable,
-                "The keychain file is there, but its key file is missing: " + places.key.string(),
-                "Put back the key file, or remove keychain.db as well to start anew.");
+        requireNothingSealed(database, places);
         makeFileOnce(files, places.keyDraft, places.key, key.bytes.view());
     }
-    requireDatabaseNotLost(key, database);
+    requireDatabaseNotLost(key, database, places);
     if (key.file.databaseMade)
         return;
     // Also what an earlier start may have made without living to sync it.
@@ -140,13 +184,13 @@ std::unique_ptr<OpenStore> openStore(const Configuration& configuration, FileLay
     for (;;)
     {
         // Passphrases take time, of the user's too, so that the key is made ready before the lock.
-        auto found = findKey(places, configuration);
+        auto found = findKey(places, configuration, patience);
         if (found && isSettled(*found, places))
             return std::make_unique<OpenStore>(places, configuration, found->key, patience);
 
         const bool isFresh = !found;
         if (isFresh)
-            found = freshKey(configuration);
+            found = freshKey(configuration, patience);
         const StoreLock lock(places.lock, patience);
         const auto now = readKey(places);
         if (now.has_value() == isFresh || (now && *now != found->bytes))

@@ -36,22 +36,25 @@ public:
 /// An item is the one it is by service, account, access group and synchronizable flag. What each
 /// attribute means, present and absent:
 ///
-/// | attribute | type | in an add | in a query (copy, delete) |
-/// |---|---|---|---|
-/// | `kSecClass` | class | needed | needed |
-/// | `kSecAttrService` | text, to 4 KiB | absent: the empty text | absent: any |
-/// | `kSecAttrAccount` | text, to 1 KiB | absent: the empty text | absent: any |
-/// | `kSecAttrAccessGroup` | text, to 1 KiB | absent: the program's own group | absent: the
-/// program's own group and the ones it listed, in this order | | `kSecAttrSynchronizable` | Boolean
-/// | absent: false | absent: items that do not synchronise | | `kSecAttrAccessible` | accessibility
-/// | absent: when unlocked | absent: any | | `kSecAttrAccessControl` | access control | absent:
-/// none; excludes `kSecAttrAccessible` | equal accessibility and flag; absent: any; excludes
-/// `kSecAttrAccessible` | | `kSecValueData` | bytes, 1 to 4 MiB | needed | refused | |
-/// `kSecMatchLimit` | limit | refused | copy, absent: one; delete: always all, `kSecMatchLimitOne`
-/// is refused | | `kSecReturnData`, `kSecReturnAttributes` | Boolean | refused | copy: what to hand
-/// out, absent: false; delete: refused | | `kSecUseAuthenticationContext` | context | refused |
-/// copy: who asks the user; absent: a context made for the call; delete: refused | |
-/// `kSecUseDataProtectionKeychain` | Boolean | no effect | no effect |
+// clang-format off
+/// | attribute                       | in an add             | in a query (copy, delete)                 |
+/// |---------------------------------|-----------------------|-------------------------------------------|
+/// | `kSecClass`                     | needed                | needed                                    |
+/// | `kSecAttrService`, text to 4 KiB| absent: empty         | absent: any                               |
+/// | `kSecAttrAccount`, text to 1 KiB| absent: empty         | absent: any                               |
+/// | `kSecAttrAccessGroup`, to 1 KiB | absent: the program's | absent: the program's and those it listed, in this order |
+/// | `kSecAttrSynchronizable`, flag  | absent: false         | absent: items that do not synchronise     |
+/// | `kSecAttrAccessible`            | absent: when unlocked | absent: any                               |
+/// | `kSecAttrAccessControl`         | absent: none          | equal accessibility and flag; absent: any |
+/// | `kSecValueData`, 1 byte to 4 MiB| needed                | refused                                   |
+/// | `kSecMatchLimit`                | refused               | copy, absent: one; delete: all, one is refused |
+/// | `kSecReturnData`, flag          | refused               | copy, absent: false; delete: refused      |
+/// | `kSecReturnAttributes`, flag    | refused               | copy, absent: false; delete: refused      |
+/// | `kSecUseAuthenticationContext`  | refused               | copy, absent: one made for the call; delete: refused |
+/// | `kSecUseDataProtectionKeychain` | no effect             | no effect                                 |
+// clang-format on
+///
+/// `kSecAttrAccessible` and `kSecAttrAccessControl` exclude each other.
 ///
 /// What is refused here, a text that is not UTF-8 or is too long, and a value of another type are
 /// `parameter`. A group that is neither the program's own, nor listed, nor open to all (the ones

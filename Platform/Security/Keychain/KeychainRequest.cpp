@@ -12,14 +12,48 @@ namespace
 
 using enum KeychainAttribute;
 
-/// Takes typed values out of a query and remembers whether anything in it was wrong.
+const char* nameOf(KeychainAttribute attribute)
+{
+    switch (attribute)
+    {
+        case kSecClass:
+            return "the class";
+        case kSecAttrService:
+            return "the service";
+        case kSecUseDataProtectionKeychain:
+            return "the use of the data protection keychain";
+        case kSecAttrAccessGroup:
+            return "the access group";
+        case kSecAttrAccessible:
+            return "the accessibility";
+        case kSecAttrSynchronizable:
+            return "the synchronizable flag";
+        case kSecAttrAccessControl:
+            return "the access control";
+        case kSecAttrAccount:
+            return "the key";
+        case kSecValueData:
+            return "the value";
+        case kSecMatchLimit:
+            return "the match limit";
+        case kSecReturnData:
+        case kSecReturnAttributes:
+            return "what to hand out";
+        case kSecUseAuthenticationContext:
+            return "the authentication context";
+    }
+    return "an unknown attribute";
+}
+
+/// Takes typed values out of a query and remembers the first that was wrong.
 class Reader
 {
 public:
     explicit Reader(const KeychainQuery& query) : query_(query)
     {
         const auto* itemClass = take<KeychainClass>(kSecClass);
-        refuseUnless(itemClass != nullptr && *itemClass == KeychainClass::kSecClassGenericPassword);
+        refuseUnless(itemClass && *itemClass == KeychainClass::kSecClassGenericPassword, kSecClass,
+                     "is missing or not that of generic passwords");
         take<bool>(kSecUseDataProtectionKeychain);
     }
 
@@ -28,7 +62,7 @@ public:
     {
         const auto* found = query_.find(attribute);
         const auto* value = found ? std::get_if<Value>(found) : nullptr;
-        refuseUnless(found == nullptr || value != nullptr);
+        refuseUnless(!found || value, attribute, "is of another type");
         return value;
     }
 
@@ -36,14 +70,15 @@ public:
     std::shared_ptr<Value> takeObject(KeychainAttribute attribute)
     {
         const auto* value = take<std::shared_ptr<Value>>(attribute);
-        refuseUnless(value == nullptr || *value != nullptr);
+        refuseUnless(!value || *value, attribute, "is null");
         return value ? *value : nullptr;
     }
 
     const std::string* takeText(KeychainAttribute attribute, std::size_t limit)
     {
         const auto* text = take<std::string>(attribute);
-        refuseUnless(text == nullptr || (text->size() <= limit && isValidUTF8(*text)));
+        refuseUnless(!text || text->size() <= limit, attribute, "is too long");
+        refuseUnless(!text || isValidUTF8(*text), attribute, "is not UTF-8");
         return text;
     }
 
@@ -56,16 +91,28 @@ public:
     void refuse(std::initializer_list<KeychainAttribute> attributes)
     {
         for (const auto attribute : attributes)
-            refuseUnless(query_.find(attribute) == nullptr);
+            refuseUnless(!query_.find(attribute), attribute, "has no place in this operation");
     }
 
-    void refuseUnless(bool condition) { wellFormed_ = wellFormed_ && condition; }
-    bool wellFormed() const { return wellFormed_; }
+    void refuseUnless(bool condition, KeychainAttribute attribute, const char* fault)
+    {
+        if (!condition && refusal_.status == KeychainStatus::success)
+            refusal_ = {KeychainStatus::parameter, std::string("In a keychain operation, ") +
+                                                       nameOf(attribute) + " " + fault + "."};
+    }
+    const Refusal& refusal() const { return refusal_; }
+    bool isRefused() const { return refusal_.status != KeychainStatus::success; }
 
 private:
     const KeychainQuery& query_;
-    bool wellFormed_ = true;
+    Refusal refusal_;
 };
+
+Refusal foreignGroup()
+{
+    return {KeychainStatus::missingEntitlement,
+            "The program may not use the access group that it named."};
+}
 
 bool isListed(KeychainAccessible accessible)
 {
@@ -93,7 +140,10 @@ Access takeAccess(Reader& reader)
 {
     const auto* accessible = reader.take<KeychainAccessible>(kSecAttrAccessible);
     const auto control = reader.takeObject<const AccessControl>(kSecAttrAccessControl);
-    reader.refuseUnless(!accessible || (!control && isListed(*accessible)));
+    reader.refuseUnless(!accessible || isListed(*accessible), kSecAttrAccessible,
+                        "is none of the listed ones");
+    reader.refuseUnless(!accessible || !control, kSecAttrAccessible,
+                        "stands beside an access control");
     if (control)
         return {control->accessible, control->flag};
     if (accessible)
@@ -107,7 +157,7 @@ std::optional<std::string> optional(const Text* text)
     return text ? std::optional<std::string>(*text) : std::nullopt;
 }
 
-KeychainStatus readPattern(Reader& reader, const KeychainProgram& program, ItemPattern& into)
+Refusal readPattern(Reader& reader, const KeychainProgram& program, ItemPattern& into)
 {
     into.service = optional(reader.takeText(kSecAttrService, keychainLimits::service));
     into.account = optional(reader.takeText(kSecAttrAccount, keychainLimits::account));
@@ -117,21 +167,20 @@ KeychainStatus readPattern(Reader& reader, const KeychainProgram& program, ItemP
     into.accessible = access.accessible;
     into.accessControl = access.control;
     reader.refuse({kSecValueData});
-    if (!reader.wellFormed())
-        return KeychainStatus::parameter;
+    if (reader.isRefused())
+        return reader.refusal();
 
     if (group)
     {
         into.accessGroups = {*group};
-        return mayUse(program, *group) ? KeychainStatus::success
-                                       : KeychainStatus::missingEntitlement;
+        return mayUse(program, *group) ? Refusal() : foreignGroup();
     }
     into.accessGroups = {program.identifier};
     for (const auto& listed : program.accessGroups)
         if (std::ranges::find(into.accessGroups, listed) == into.accessGroups.end())
             into.accessGroups.push_back(listed);
     std::erase_if(into.accessGroups, [&](const auto& one) { return !mayUse(program, one); });
-    return KeychainStatus::success;
+    return {};
 }
 
 }  // namespace
@@ -145,8 +194,7 @@ bool mayUse(const KeychainProgram& program, std::string_view accessGroup)
            (program.opensSharedGroups && accessGroup.starts_with("group."));
 }
 
-KeychainStatus readAdd(const KeychainQuery& attributes, const KeychainProgram& program,
-                       KeychainItem& into)
+Refusal readAdd(const KeychainQuery& attributes, const KeychainProgram& program, KeychainItem& into)
 {
     Reader reader(attributes);
     const auto* service = reader.takeText(kSecAttrService, keychainLimits::service);
@@ -157,24 +205,25 @@ KeychainStatus readAdd(const KeychainQuery& attributes, const KeychainProgram& p
     into.identity.synchronizable = reader.takeFlag(kSecAttrSynchronizable);
     reader.refuse(
         {kSecMatchLimit, kSecReturnData, kSecReturnAttributes, kSecUseAuthenticationContext});
-    reader.refuseUnless(data && !data->empty() && data->size() <= keychainLimits::value);
-    if (!reader.wellFormed())
-        return KeychainStatus::parameter;
+    reader.refuseUnless(data && !data->empty(), kSecValueData, "is missing or empty");
+    reader.refuseUnless(!data || data->size() <= keychainLimits::value, kSecValueData,
+                        "is too long");
+    if (reader.isRefused())
+        return reader.refusal();
 
     into.identity.service = service ? *service : "";
     into.identity.account = account ? *account : "";
     into.identity.accessGroup = group ? *group : program.identifier;
     if (!mayUse(program, into.identity.accessGroup))
-        return KeychainStatus::missingEntitlement;
+        return foreignGroup();
     into.accessible =
         access.accessible.value_or(KeychainAccessible::kSecAttrAccessibleWhenUnlocked);
     into.accessControl = access.control.value_or(AccessControlFlag::none);
     into.data = *data;
-    return KeychainStatus::success;
+    return {};
 }
 
-KeychainStatus readCopy(const KeychainQuery& query, const KeychainProgram& program,
-                        CopyRequest& into)
+Refusal readCopy(const KeychainQuery& query, const KeychainProgram& program, CopyRequest& into)
 {
     Reader reader(query);
     const auto* limit = reader.take<KeychainMatchLimit>(kSecMatchLimit);
@@ -186,12 +235,12 @@ KeychainStatus readCopy(const KeychainQuery& query, const KeychainProgram& progr
     return readPattern(reader, program, into.pattern);
 }
 
-KeychainStatus readDelete(const KeychainQuery& query, const KeychainProgram& program,
-                          ItemPattern& into)
+Refusal readDelete(const KeychainQuery& query, const KeychainProgram& program, ItemPattern& into)
 {
     Reader reader(query);
     const auto* limit = reader.take<KeychainMatchLimit>(kSecMatchLimit);
-    reader.refuseUnless(!limit || *limit == KeychainMatchLimit::kSecMatchLimitAll);
+    reader.refuseUnless(!limit || *limit == KeychainMatchLimit::kSecMatchLimitAll, kSecMatchLimit,
+                        "of one has no place in a delete");
     reader.refuse({kSecReturnData, kSecReturnAttributes, kSecUseAuthenticationContext});
     return readPattern(reader, program, into);
 }

@@ -22,13 +22,18 @@ struct CopyRequest
     std::shared_ptr<LocalAuthenticationContext> context;
 };
 
-/// What the attributes of an operation say, by the table of `Keychain`: each function fills `into`
-/// and returns success, or the status that refuses the operation.
-KeychainStatus readAdd(const KeychainQuery& attributes, const KeychainProgram& program,
-                       KeychainItem& into);
-KeychainStatus readCopy(const KeychainQuery& query, const KeychainProgram& program,
-                        CopyRequest& into);
-KeychainStatus readDelete(const KeychainQuery& query, const KeychainProgram& program,
-                          ItemPattern& into);
+/// Why an operation is refused, for a person; it names attributes and never their values.
+struct Refusal
+{
+    KeychainStatus status = KeychainStatus::success;
+    std::string cause = {};
+};
+
+/// What the attributes of an operation say, by the table of `Keychain`: each function fills `into`,
+/// or says why it refuses.
+Refusal readAdd(const KeychainQuery& attributes, const KeychainProgram& program,
+                KeychainItem& into);
+Refusal readCopy(const KeychainQuery& query, const KeychainProgram& program, CopyRequest& into);
+Refusal readDelete(const KeychainQuery& query, const KeychainProgram& program, ItemPattern& into);
 
 }  // namespace platform

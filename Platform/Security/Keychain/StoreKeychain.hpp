@@ -50,10 +50,12 @@ public:
 private:
     class Staged;
 
-    KeychainStatus addReplacing(const KeychainQuery& attributes, const ItemPattern* old);
+    KeychainSurroundings surroundings() const;
+    KeychainStatus addReplacing(const KeychainQuery& attributes,
+                                const KeychainSurroundings& surroundings, const ItemPattern* old);
 
     const std::shared_ptr<ItemStore> store_;
-    const std::function<KeychainSurroundings()> surroundings_;
+    const std::function<KeychainSurroundings()> makeSurroundings_;
     ItemProtection protection_;
 };
 

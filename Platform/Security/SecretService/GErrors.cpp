@@ -17,9 +17,11 @@ constexpr std::array neverDelivered{"org.freedesktop.DBus.Error.ServiceUnknown"s
                                     "org.freedesktop.DBus.Error.NameHasNoOwner"sv,
                                     "org.freedesktop.Secret.Error.NoSession"sv};
 
-constexpr std::array noSuchObject{"org.freedesktop.DBus.Error.UnknownMethod"sv,
-                                  "org.freedesktop.DBus.Error.UnknownObject"sv,
-                                  "org.freedesktop.Secret.Error.NoSuchObject"sv};
+// Nobody answers at the path.
+constexpr std::array nothingThere{"org.freedesktop.DBus.Error.UnknownMethod"sv,
+                                  "org.freedesktop.DBus.Error.UnknownObject"sv};
+
+constexpr auto noSuchObject = "org.freedesktop.Secret.Error.NoSuchObject"sv;
 
 template <std::size_t size>
 bool isOneOf(const std::array<std::string_view, size>& names, std::string_view name)
@@ -35,11 +37,16 @@ SecretServiceFailure lost(Kind kind, bool changes)
             "Try again; if it happens again, look at the keyring daemon's log", kind};
 }
 
-SecretServiceFailure remoteFailure(std::string_view name, bool changes)
+SecretServiceFailure remoteFailure(std::string_view name, bool changes, bool onService)
 {
     if (isOneOf(neverDelivered, name))
         return lost(Kind::gone, false);
-    if (isOneOf(noSuchObject, name))
+    // A daemon that starts can have its name on the bus before its objects.
+    if (onService && isOneOf(nothingThere, name))
+        return {KeychainStatus::notAvailable,
+                "The Secret Service is not ready: it does not know a call that every service knows",
+                "Try again; if it happens again, restart the keyring's daemon", Kind::gone};
+    if (name == noSuchObject || isOneOf(nothingThere, name))
         return {KeychainStatus::notAvailable, "The Secret Service has no object of that path",
                 "Try again", Kind::vanished};
     if (name == "org.freedesktop.Secret.Error.IsLocked")
@@ -60,7 +67,7 @@ bool isCancelled(const SecretLibrary& library, const GError& error)
 }
 
 SecretServiceFailure failureOf(const SecretLibrary& library, const GHandle<GError>& error,
-                               bool changes)
+                               bool changes, bool onService)
 {
     if (!error)
         return secretServiceFailures::nonsense("an error without a reason");
@@ -73,7 +80,7 @@ SecretServiceFailure failureOf(const SecretLibrary& library, const GHandle<GErro
         ~Name() { library.g_free(text); }
     } const name{library, library.g_dbus_error_get_remote_error(error.get())};
     if (name.text)
-        return remoteFailure(name.text, changes);
+        return remoteFailure(name.text, changes, onService);
     if (error->domain != library.g_io_error_quark() || error->code == G_IO_ERROR_INVALID_ARGUMENT)
         return secretServiceFailures::nonsense("an answer of another type");
     // What is left are failures of the connection.

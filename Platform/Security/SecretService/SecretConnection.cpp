@@ -16,6 +16,8 @@ using namespace secretServiceNames;
 namespace
 {
 
+using Kind = SecretServiceFailure::Kind;
+
 /// How many calls are under way at once; a bus limits the answers that one connection may await.
 constexpr std::size_t callsAtOnce = 128;
 
@@ -217,7 +219,8 @@ void SecretConnection::openSession(const GWork& at)
     while (!ensuring.done)
         library_.g_main_context_iteration(at.context, TRUE);
     if (!ensuring.succeeded)
-        throw failureOf(library_, GHandle<GError>(ensuring.error, GRelease{&library_}), false);
+        throw failureOf(library_, GHandle<GError>(ensuring.error, GRelease{&library_}), false,
+                        true);
 
     // libsecret goes on without encryption where the service knows none. Nothing was sent yet.
     const char* algorithms = library_.secret_service_get_session_algorithms(service_.get());
@@ -265,8 +268,9 @@ std::vector<std::optional<GHandle<GVariant>>> SecretConnection::callAll(
         }
         answers.emplace_back();
         auto one = failureOf(library_, GHandle<GError>(pending[index].error, GRelease{&library_}),
-                             calls[index].changes);
-        if (one.kind() != SecretServiceFailure::Kind::vanished && !failure)
+                             calls[index].changes, calls[index].path == servicePath);
+        // One that was given up comes before all others: it is what its caller may have to settle.
+        if (one.kind() == Kind::cancelled || (one.kind() != Kind::vanished && !failure))
             failure = std::move(one);
     }
     if (failure)

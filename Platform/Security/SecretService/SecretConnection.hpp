@@ -46,7 +46,8 @@ public:
     std::optional<GHandle<GVariant>> call(SecretCall call, const GWork& at);
 
     /// Sends all calls at once, in their order, and waits for all answers. The first failure that
-    /// is not an object that does not exist is thrown after the last answer.
+    /// is not an object that does not exist is thrown after the last answer; `cancelled` where any
+    /// of the calls was given up.
     std::vector<std::optional<GHandle<GVariant>>> callAll(std::vector<SecretCall> calls,
                                                           const GWork& at);
 

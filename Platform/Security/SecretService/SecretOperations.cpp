@@ -63,16 +63,44 @@ std::vector<secretItem::Attributes> searchesFor(const ItemPattern& pattern)
     return searches;
 }
 
-/// Whether a search of one group can find one item at most, so that no other can be hidden.
+/// Whether a search of one group can find one item at most: where it found it, no other can be
+/// hidden.
 bool namesOneItem(const ItemPattern& pattern)
 {
     return pattern.service && pattern.account;
 }
 
+using Found = std::vector<std::vector<std::string>>;
+
+/// The searches that found nothing, each of which a locked collection may have hidden an item from.
+std::vector<secretItem::Attributes> unanswered(const std::vector<secretItem::Attributes>& searches,
+                                               const Found& found)
+{
+    std::vector<secretItem::Attributes> some;
+    for (std::size_t index = 0; index < searches.size(); ++index)
+        if (found[index].empty())
+            some.push_back(searches[index]);
+    return some;
+}
+
+/// Whether a hidden item of a group that was found empty would belong into the answer: it is not
+/// full, or its last item is of a later group.
+bool couldHideOne(const ItemPattern& pattern, const Found& found, const Records& answer,
+                  std::size_t limit)
+{
+    const auto groups = groupsOf(pattern);
+    const auto empty = std::ranges::find_if(found, [](auto& some) { return some.empty(); });
+    if (empty == found.end())
+        return false;
+    if (answer.empty() || answer.size() < limit)
+        return true;
+    const auto last = std::ranges::find(groups, answer.back().item.identity.accessGroup);
+    return last - groups.begin() > empty - found.begin();
+}
+
 /// Where the searches found at most one path each and say all about identity, the properties need
 /// not be read.
-std::optional<Records> recordsFromSearch(const ItemPattern& pattern,
-                                         const std::vector<std::vector<std::string>>& found)
+std::optional<Records> recordsFromSearch(const ItemPattern& pattern, const Found& found)
 {
     if (!namesOneItem(pattern))
         return std::nullopt;
@@ -94,8 +122,7 @@ std::optional<Records> recordsFromSearch(const ItemPattern& pattern,
 }
 
 /// The records of all paths, or nothing where one has gone.
-std::optional<Records> readRecords(SecretItems& items,
-                                   const std::vector<std::vector<std::string>>& found)
+std::optional<Records> readRecords(SecretItems& items, const Found& found)
 {
     // One search can find what another found.
     std::set<std::string> paths;
@@ -131,18 +158,10 @@ bool isUnmatched(const ItemPattern& pattern, const SecretItemRecord& record)
     return !pattern.matches(record.item);
 }
 
-/// One attempt; nothing where an item went away meanwhile.
-std::optional<Records> tryCopy(SecretItems& items, const ItemPattern& pattern, ItemContent content,
-                               std::size_t limit)
+/// What was found, in order; nothing where an item went away meanwhile.
+std::optional<Records> readFound(SecretItems& items, const ItemPattern& pattern,
+                                 ItemContent content, std::size_t limit, const Found& found)
 {
-    const auto searches = searchesFor(pattern);
-    const auto found = items.search(searches);
-    const bool nothing = std::ranges::all_of(found, [](auto& some) { return some.empty(); });
-    if (nothing)
-        return items.isNothingHidden(searches) ? std::optional(Records()) : std::nullopt;
-    if (!namesOneItem(pattern))
-        items.isNothingHidden({});
-
     const auto unmatched = [&pattern](const auto& record) { return isUnmatched(pattern, record); };
     if (content == ItemContent::attributesAndData)
         if (auto records = recordsFromSearch(pattern, found))
@@ -172,21 +191,38 @@ std::optional<Records> tryCopy(SecretItems& items, const ItemPattern& pattern, I
     return records;
 }
 
+/// One attempt; nothing where an item came or went meanwhile.
+std::optional<Records> tryCopy(SecretItems& items, const ItemPattern& pattern, ItemContent content,
+                               std::size_t limit)
+{
+    const auto searches = searchesFor(pattern);
+    const auto found = items.search(searches);
+    const auto empty = unanswered(searches, found);
+    const bool nothing = empty.size() == searches.size();
+    const bool asksFirst = nothing || !namesOneItem(pattern);
+    if (asksFirst && !items.isNothingHidden(empty))
+        return std::nullopt;
+    if (nothing)
+        return Records();
+    auto records = readFound(items, pattern, content, limit, found);
+    if (records && !asksFirst && couldHideOne(pattern, found, *records, limit) &&
+        !items.isNothingHidden(empty))
+        return std::nullopt;
+    return records;
+}
+
 /// What a write is about: all copies of all items that it looks at.
 std::vector<Copies> read(SecretItems& items, const std::vector<secretItem::Attributes>& searches,
-                         bool isComplete)
+                         bool eachNamesOneItem)
 {
     for (int attempt = 0; attempt < attempts; ++attempt)
     {
         const auto found = items.search(searches);
-        if (std::ranges::all_of(found, [](auto& some) { return some.empty(); }))
-        {
-            if (items.isNothingHidden(searches))
-                return {};
+        const auto empty = unanswered(searches, found);
+        if ((!empty.empty() || !eachNamesOneItem) && !items.isNothingHidden(empty))
             continue;
-        }
-        if (!isComplete)
-            items.isNothingHidden({});
+        if (empty.size() == searches.size())
+            return {};
         if (auto records = readRecords(items, found))
             return byIdentity(std::move(*records));
     }

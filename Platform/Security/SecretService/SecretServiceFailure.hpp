@@ -91,6 +91,13 @@ inline SecretServiceFailure timeLimit()
             SecretServiceFailure::Kind::cancelled};
 }
 
+inline SecretServiceFailure forked()
+{
+    return {KeychainStatus::notAvailable,
+            "The process was forked while the Secret Service was in use",
+            "Use the keychain in the parent, or start a program of its own"};
+}
+
 inline SecretServiceFailure shutDown()
 {
     return {KeychainStatus::notAvailable, "The connection to the Secret Service was shut down",

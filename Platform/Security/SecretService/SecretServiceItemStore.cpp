@@ -9,14 +9,36 @@
 #include "Platform/Security/SecretService/WriterLock.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdlib>
+#include <mutex>
 #include <utility>
 
 namespace platform
 {
 namespace
 {
+
+/// The process in which a store was first used, or 0. One number for all stores: a child of `fork`
+/// has none of GLib's threads, which all connections share.
+std::atomic<pid_t> user = 0;
+
+bool isForked()
+{
+    const pid_t first = user;
+    return first != 0 && first != getpid();
+}
+
+/// To be called before anything that a child could inherit in the middle of a change.
+void beginUse()
+{
+    pid_t first = 0;
+    if (!user.compare_exchange_strong(first, getpid()) && first != getpid())
+        throw secretServiceFailures::forked();
+}
 
 std::string sessionBusAddress()
 {
@@ -88,13 +110,20 @@ struct SecretServiceItemStore::State
 {
     explicit State(Configuration given) : configuration(completed(std::move(given))) {}
 
+    ~State()
+    {
+        // The connection and the thread are the parent's.
+        if (isForked())
+            (void)existingLine.release();
+    }
+
     Deadline deadline() const { return std::chrono::steady_clock::now() + configuration.limit; }
 
     /// The library, the connection and the thread appear with the first use.
     Line& line()
     {
         const std::lock_guard lock(mutex);
-        if (isShutDown)
+        if (ending.stop_requested())
             throw secretServiceFailures::shutDown();
         if (!existingLine)
             existingLine = std::make_unique<Line>(SecretLibrary::load(configuration.library),
@@ -109,12 +138,14 @@ struct SecretServiceItemStore::State
         return failure.status();
     }
 
-    /// Runs `operation`, and turns a failure into a status after it was reported.
+    /// Runs `operation`, and turns a failure into a status after it was reported. A forked child is
+    /// refused before it touches a mutex, which a thread that it does not have may hold for ever.
     template <class Operation>
     KeychainStatus status(Operation operation) const
     {
         try
         {
+            beginUse();
             return operation();
         }
         catch (const SecretServiceFailure& failure)
@@ -134,11 +165,15 @@ struct SecretServiceItemStore::State
     }
 
     KeychainStatus store(const ItemPattern* old, const KeychainItem& item);
+    void unlock(std::stop_token ended, std::chrono::milliseconds limit);
 
     const Configuration configuration;
     std::mutex mutex;
-    bool isShutDown = false;
+    /// Stopped by the shutdown, under the mutex.
+    std::stop_source ending;
     std::unique_ptr<Line> existingLine;
+    int unlockings = 0;
+    std::condition_variable unlockingEnded;
 };
 
 KeychainStatus SecretServiceItemStore::State::store(const ItemPattern* old,
@@ -244,6 +279,8 @@ KeychainStatus SecretServiceItemStore::update(
                                          });
             const bool exists = !stored.items.empty();
             auto changed = change(exists ? &stored.items.front().data : nullptr);
+            if (isForked())
+                throw secretServiceFailures::forked();
             if (!changed || (changed->empty() && !exists))
                 return KeychainStatus::success;
 
@@ -263,47 +300,77 @@ KeychainStatus SecretServiceItemStore::update(
         });
 }
 
+void SecretServiceItemStore::State::unlock(std::stop_token ended, std::chrono::milliseconds limit)
+{
+    // A line of its own: the user may think for minutes, and reads go on meanwhile.
+    Line line(SecretLibrary::load(configuration.library), configuration.busAddress);
+    std::stop_source either;
+    const auto stop = [&either] { either.request_stop(); };
+    const std::stop_callback byCaller(std::move(ended), stop);
+    const std::stop_callback byShutdown(ending.get_token(), stop);
+    try
+    {
+        line.thread.run(
+            std::chrono::steady_clock::now() + limit,
+            [&connection = line.connection, alias = configuration.collection](const GWork& at)
+            {
+                connection.open(at);
+                CollectionUnlocking(connection, at).run(alias);
+            },
+            either.get_token());
+    }
+    catch (const SecretServiceFailure& failure)
+    {
+        if (failure.kind() != SecretServiceFailure::Kind::cancelled)
+            throw;
+        throw ending.stop_requested() ? secretServiceFailures::shutDown()
+                                      : secretServiceFailures::notUnlocked();
+    }
+}
+
 KeychainStatus SecretServiceItemStore::unlock(std::stop_token ended,
                                               std::chrono::milliseconds limit)
 {
     return state_->status(
         [&]
         {
-            // A line of its own: the user may think for minutes, and reads go on meanwhile.
-            Line line(SecretLibrary::load(state_->configuration.library),
-                      state_->configuration.busAddress);
-            const auto alias = state_->configuration.collection;
-            try
+            /// What the shutdown waits for.
+            struct Unlocking
             {
-                line.thread.run(
-                    std::chrono::steady_clock::now() + limit,
-                    [&connection = line.connection, alias](const GWork& at)
-                    {
-                        connection.open(at);
-                        CollectionUnlocking(connection, at).run(alias);
-                    },
-                    std::move(ended));
-            }
-            catch (const SecretServiceFailure& failure)
-            {
-                if (failure.kind() == SecretServiceFailure::Kind::cancelled)
-                    throw secretServiceFailures::notUnlocked();
-                throw;
-            }
+                explicit Unlocking(State& all) : state(all)
+                {
+                    const std::lock_guard lock(state.mutex);
+                    if (state.ending.stop_requested())
+                        throw secretServiceFailures::shutDown();
+                    ++state.unlockings;
+                }
+                ~Unlocking()
+                {
+                    const std::lock_guard lock(state.mutex);
+                    --state.unlockings;
+                    state.unlockingEnded.notify_all();
+                }
+                State& state;
+            } const unlocking(*state_);
+            state_->unlock(std::move(ended), limit);
             return KeychainStatus::success;
         });
 }
 
 void SecretServiceItemStore::shutdown()
 {
+    if (isForked())
+        return;
     Line* line = nullptr;
     {
         const std::lock_guard lock(state_->mutex);
-        state_->isShutDown = true;
+        state_->ending.request_stop();
         line = state_->existingLine.get();
     }
     if (line)
         line->thread.shutdown();
+    std::unique_lock lock(state_->mutex);
+    state_->unlockingEnded.wait(lock, [this] { return state_->unlockings == 0; });
 }
 
 }  // namespace platform

@@ -28,7 +28,8 @@ namespace platform
 /// All traffic runs on a GLib thread of its own, with a bus connection of its own, so that neither
 /// depends on the host's loops; both start with the first use and end in the destructor, which is
 /// `shutdown()`. A store that lives until the process exits needs `shutdown()` before `main`
-/// returns.
+/// returns. Once any store was used, a process that is forked gets `notAvailable` from all stores:
+/// it has none of GLib's threads.
 class SecretServiceItemStore final : public ItemStore
 {
 public:
@@ -67,11 +68,11 @@ public:
 
     /// Makes the collection for new items where there is none, and unlocks every collection. The
     /// service asks the user, in its own window. `userCancelled` if the user, `ended` or the limit
-    /// ends that. Other operations go on meanwhile.
+    /// ends that, `notAvailable` if `shutdown()` does. Other operations go on meanwhile.
     KeychainStatus unlock(std::stop_token ended = {},
                           std::chrono::milliseconds limit = std::chrono::minutes(2));
 
-    /// Ends the operations that are under way, closes the connection and waits for the thread to
+    /// Ends the operations that are under way, closes the connections and waits for the threads to
     /// end. Later operations are `notAvailable`. May be called again.
     void shutdown();
 

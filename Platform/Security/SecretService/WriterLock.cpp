@@ -103,8 +103,13 @@ void waitForRelease(const Descriptor& watch, Deadline deadline)
 
 }  // namespace
 
-WriterLock::WriterLock(const fs::path& folder, Deadline deadline)
+WriterLock::WriterLock(const fs::path& folder, Deadline deadline) : holder_(getpid())
 {
+    // Each working directory would have a lock of its own.
+    if (!folder.is_absolute())
+        throw SecretServiceFailure(KeychainStatus::notAvailable,
+                                   "There is no folder for the lock between programs",
+                                   "Set HOME, or configure the folder with its whole path");
     const auto file = folder / "secret-service.lock";
     checkFolder(folder);
     for (;;)
@@ -141,8 +146,10 @@ WriterLock::WriterLock(const fs::path& folder, Deadline deadline)
 
 WriterLock::~WriterLock()
 {
-    // A forked child may share the open file: closing alone would leave it the lock.
-    flock(descriptor_, LOCK_UN);
+    // A forked child may share the open file: closing alone would leave it the lock, and the child
+    // must not take it from its parent.
+    if (holder_ == getpid())
+        flock(descriptor_, LOCK_UN);
     close(descriptor_);
 }
 
@@ -162,7 +169,8 @@ fs::path WriterLock::defaultFolder()
         return usual / "tessera";
     if (const auto data = variable("XDG_DATA_HOME"); !data.empty())
         return data / "tessera";
-    return variable("HOME") / ".local/share/tessera";
+    const auto home = variable("HOME");
+    return home.empty() ? home : home / ".local/share/tessera";
 }
 
 }  // namespace platform

@@ -65,6 +65,7 @@ platform::EmbeddedItemStore::Configuration KeychainHost::embeddedConfiguration(
     configuration.keyFolder = places.keyFolder;
     configuration.diagnostics = platform::diagnosticsOfServices();
     configuration.passphrase = [this] { return passphrase(); };
+    configuration.firstKeyMayBePlain = true;
     return configuration;
 }
 

@@ -97,6 +97,28 @@ TEST(EmbeddedItemStore, AnswersInTheOrderOfGroupsThenServicesAndAccounts)
     EXPECT_EQ(store.copyMatching(pattern, ItemContent::attributes, 9).items.size(), 1U);
 }
 
+TEST(EmbeddedItemStore, IsClosedAheadOfItsEndAndOpensAgain)
+{
+    EmbeddedStoreHost host;
+    auto store = host.open();
+    store.close();
+    ASSERT_EQ(put(store, "key", "value"), success);
+    EXPECT_EQ(store.update(itemNamed("key", "").identity,
+                           [&](const SecretBytes*) -> std::optional<SecretBytes>
+                           {
+                               store.close();  // in use by this very thread: nothing happens
+                               return secret("new");
+                           }),
+              success);
+    EXPECT_TRUE(std::filesystem::exists(host.places.log));
+
+    store.close();
+
+    EXPECT_FALSE(std::filesystem::exists(host.places.log));
+    EXPECT_EQ(valueOf(store, "key"), "new");
+    EXPECT_EQ(host.reported(), "");
+}
+
 TEST(EmbeddedItemStore, UpdatesInOneStep)
 {
     EmbeddedStoreHost host;

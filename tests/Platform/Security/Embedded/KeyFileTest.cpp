@@ -1,10 +1,13 @@
 #include "Platform/Security/Embedded/FileLayer.hpp"
+#include "Platform/Security/Embedded/StoreLock.hpp"
 #include "tests/Platform/Security/Embedded/EmbeddedStoreHost.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 namespace
 {
@@ -71,6 +74,62 @@ TEST(KeyPassphrase, ThatIsGivenAtTheFirstStartWrapsAtOnce)
 
     EXPECT_EQ(valueUnder(host, phrase("first")), "value");
     EXPECT_EQ(valueUnder(host, std::nullopt), "= -25291");
+}
+
+TEST(KeyPassphrase, OfAFirstKeyIsNeverEmptyAndMissesOnlyWhereThatIsMeant)
+{
+    struct Row
+    {
+        Passphrase given;
+        bool mayBePlain;
+        KeychainStatus status;
+        const char* report;
+    };
+    for (const auto& row : {Row{phrase(""), false, notAvailable, "empty passphrase"},
+                            Row{phrase(""), true, notAvailable, "empty passphrase"},
+                            Row{std::nullopt, false, notAvailable, "no passphrase was given"},
+                            Row{std::nullopt, true, success, ""}})
+    {
+        SCOPED_TRACE(row.report);
+        EmbeddedStoreHost host;
+        auto configuration = host.configuration();
+        auto given = row.given;
+        configuration.passphrase = [&given] { return given; };
+        configuration.firstKeyMayBePlain = row.mayBePlain;
+        EmbeddedItemStore store(configuration);
+
+        EXPECT_EQ(put(store, "key", "value"), row.status);
+        EXPECT_THAT(host.reported(), HasSubstr(row.report));
+        EXPECT_EQ(std::filesystem::exists(host.places.key), row.status == success);
+
+        given = phrase("given at last");
+        EXPECT_EQ(put(store, "key", "value"), success) << host.reported();
+    }
+}
+
+TEST(KeyPassphrase, IsTypedWithoutUsingUpThePatience)
+{
+    using Clock = std::chrono::steady_clock;
+    EmbeddedStoreHost host;
+    auto configuration = host.configuration();
+    configuration.patience = std::chrono::milliseconds(200);
+    configuration.firstKeyMayBePlain = true;
+    const Patience none(std::chrono::milliseconds(0));
+    std::optional<StoreLock> rival;
+    Clock::time_point typed;
+    configuration.passphrase = [&]() -> Passphrase
+    {
+        std::this_thread::sleep_for(configuration.patience);
+        rival.emplace(host.places.lock, none);
+        typed = Clock::now();
+        return std::nullopt;
+    };
+    EmbeddedItemStore store(configuration);
+
+    EXPECT_EQ(put(store, "key", "value"), notAvailable);
+
+    EXPECT_GE(Clock::now() - typed, std::chrono::milliseconds(190));
+    EXPECT_THAT(host.reported(), HasSubstr("Another program holds the store"));
 }
 
 /// Fails one call, the `failing`th of all that change something.

@@ -92,6 +92,65 @@ TEST(StoreFormat, FilesOfEveryReleasedVersionStayReadableAndWritable)
     }
 }
 
+TEST(StoreFormat, AnItemThatWasSpoiledInOneGroupIsNotReplacedByThatOfAnother)
+{
+    struct Row
+    {
+        const char* spoil;
+        const char* value;
+    };
+    for (const auto& row :
+         {Row{"DELETE FROM item WHERE accessGroup = x'6731'", "= -26275"},
+          Row{"UPDATE item SET value = zeroblob(60) WHERE accessGroup = x'6731'", "= -26275"},
+          Row{"UPDATE item SET seal = zeroblob(length(seal)) WHERE accessGroup = x'6731'",
+              "= -26275"},
+          Row{"UPDATE item SET account = x'00' WHERE accessGroup = x'6731'", "= -26275"},
+          Row{"DELETE FROM item WHERE accessGroup = x'6733'", "of g1"}})
+    {
+        SCOPED_TRACE(row.spoil);
+        EmbeddedStoreHost host;
+        {
+            auto store = host.open();
+            for (const char* group : {"g1", "g2", "g3"})
+            {
+                auto item = itemNamed("key", std::string("of ") + group);
+                item.identity.accessGroup = group;
+                ASSERT_EQ(store.add(item), success);
+            }
+        }
+        {
+            const Patience patience(std::chrono::seconds(1));
+            Database database(host.places.database, "", patience);
+            database.execute(row.spoil);
+            ASSERT_TRUE(database.merge());
+        }
+        auto store = host.open();
+        auto pattern = patternOf("key");
+        const auto read = [&](std::vector<std::string> groups)
+        {
+            pattern.accessGroups = std::move(groups);
+            const auto found = store.copyMatching(pattern, ItemContent::attributesAndData, 1);
+            return found.status == success
+                       ? std::string(SecretString(found.items.at(0).data).view())
+                       : "= " + std::to_string(static_cast<int>(found.status));
+        };
+
+        EXPECT_EQ(read({"g1", "g2"}), row.value);
+        EXPECT_EQ(read({"g2", "g1"}), "of g2");
+    }
+}
+
+TEST(StoreFormat, AnItemOfALaterGroupIsFoundWhereAnEarlierOneHasNone)
+{
+    EmbeddedStoreHost host;
+    auto store = host.open();
+    ASSERT_EQ(put(store, "key", "value"), success);
+    auto pattern = patternOf("key");
+    pattern.accessGroups = {"none", "group"};
+
+    EXPECT_EQ(store.copyMatching(pattern, ItemContent::attributesAndData, 1).items.size(), 1U);
+}
+
 /// Opens the file of a closed store below all checks, and changes its header as a later version, or
 /// an attacker who has the key, might.
 void changeHeader(EmbeddedStoreHost& host, const std::function<void(StoreHeader&)>& change)

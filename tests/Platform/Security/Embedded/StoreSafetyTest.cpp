@@ -152,7 +152,12 @@ TEST(StoreSafety, ADatabaseWithoutItsKeyAndAKeyWithoutItsDatabaseAreNoFirstStart
         auto store = host.open();
 
         EXPECT_EQ(valueOf(store, "key"), "= -25291");
-        EXPECT_THAT(host.reported(), HasSubstr(row.cause));
+        const auto report = host.reported();
+        EXPECT_THAT(report, HasSubstr(row.cause));
+        if (std::string_view(row.cause).find("missing") != std::string_view::npos)
+            EXPECT_THAT(report, testing::AllOf(HasSubstr(host.places.key.string()),
+                                               HasSubstr(host.places.database.string()),
+                                               HasSubstr("-> Compare XDG_CONFIG_HOME")));
         EXPECT_EQ(valueOf(store, "absent"), "= -25291");
         EXPECT_EQ(put(store, "key", "new"), notAvailable);
 
@@ -161,6 +166,41 @@ TEST(StoreSafety, ADatabaseWithoutItsKeyAndAKeyWithoutItsDatabaseAreNoFirstStart
         fs::remove_all(host.folder.path() / "config");
         fs::copy(copy.path(), host.folder.path(), fs::copy_options::recursive);
         EXPECT_EQ(valueOf(store, "key"), "value") << host.reported();
+    }
+}
+
+TEST(StoreSafety, ALogAloneIsNoFirstStart)
+{
+    EmbeddedStoreHost host;
+    fs::create_directories(host.places.dataFolder);
+    ::chmod(host.places.dataFolder.c_str(), 0700);
+    host.setContent(host.places.log, "frames");
+    auto store = host.open();
+
+    EXPECT_EQ(put(store, "key", "value"), notAvailable);
+
+    EXPECT_THAT(host.reported(), testing::AllOf(HasSubstr(host.places.log.string() + " is there"),
+                                                HasSubstr("-> Compare XDG_CONFIG_HOME")));
+    EXPECT_TRUE(fs::exists(host.places.log));
+}
+
+TEST(StoreSafety, DoesNotAcknowledgeWhatWentWithItsFiles)
+{
+    for (const auto taken : {&StorePlaces::database, &StorePlaces::log})
+    {
+        EmbeddedStoreHost host;
+        auto store = host.open();
+        ASSERT_EQ(put(store, "key", "value"), success);
+
+        EXPECT_EQ(store.update(itemNamed("key", "").identity,
+                               [&](const SecretBytes*) -> std::optional<SecretBytes>
+                               {
+                                   fs::remove(host.places.*taken);
+                                   return secret("new");
+                               }),
+                  inputOutput);
+
+        EXPECT_THAT(host.reported(), HasSubstr("replaced or removed while"));
     }
 }
 
@@ -219,8 +259,11 @@ TEST(StoreSafety, ALogThatWasNeededAndIsGoneDoesNotReadAsAbsence)
         // For good, not only for the store that noticed it.
         for (int round = 0; round < 2; ++round)
         {
+            host.diagnostics.clear();
             auto store = host.open();
             EXPECT_EQ(valueOf(store, "first"), "value");
+            EXPECT_EQ(host.diagnostics.size(), 1U);
+            EXPECT_THAT(host.reported(), HasSubstr("older than they were"));
             EXPECT_EQ(valueOf(store, "third"), "= -25291");
             EXPECT_THAT(host.reported(), HasSubstr("keychain.db-wal"));
             EXPECT_EQ(store.deleteMatching(patternOf("third")), notAvailable);

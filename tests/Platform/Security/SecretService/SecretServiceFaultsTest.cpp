@@ -1,6 +1,8 @@
 #include "tests/Platform/Security/SecretService/SecretServiceStoreForTest.hpp"
 
 #include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <thread>
 
@@ -87,6 +89,7 @@ TEST_F(SecretServiceFaultsTest, ALockedItemIsNotAMissingOne)
 TEST_F(SecretServiceFaultsTest, AnyLockedCollectionLeavesItOpenWhetherAnItemExists)
 {
     SecretServiceItemStore store(configuration());
+    ASSERT_EQ(store.add(item("here", "v")), success);
     const GBusForTest bus(service_->busAddress());
     bus.makeCollection("pw");
     bus.lockAll();
@@ -95,6 +98,45 @@ TEST_F(SecretServiceFaultsTest, AnyLockedCollectionLeavesItOpenWhetherAnItemExis
 
     EXPECT_EQ(valueOf(store, "k"), "[-25291]");
     EXPECT_EQ(store.add(item("k", "v")), notAvailable);
+
+    // Only what could be hidden behind an item that was found calls for an answer.
+    const auto among = [&store](std::vector<std::string> groups, std::size_t limit)
+    {
+        auto pattern = patternOf(item("here", ""));
+        pattern.accessGroups = std::move(groups);
+        return store.copyMatching(pattern, ItemContent::attributesAndData, limit).status;
+    };
+    EXPECT_EQ(among({"a group"}, 2), success);
+    EXPECT_EQ(among({"a group", "lower"}, 1), success);
+    EXPECT_EQ(among({"a group", "lower"}, 2), notAvailable);
+    EXPECT_EQ(among({"higher", "a group"}, 1), notAvailable);
+}
+
+TEST_F(SecretServiceFaultsTest, AChildOfForkIsRefusedAndDoesTheParentNoHarm)
+{
+    SecretServiceItemStore store(configuration());
+    ASSERT_EQ(store.add(item("k", "v")), success);
+    diagnostics_.taken();
+
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        alarm(20);
+        const auto isRefused = [this](SecretServiceItemStore& one)
+        {
+            return valueOf(one, "k") == "[-25291]" && one.unlock() == notAvailable &&
+                   diagnostics_.taken().back().cause.find("forked") != std::string::npos;
+        };
+        const bool inherited = isRefused(store);
+        store.~SecretServiceItemStore();
+        SecretServiceItemStore own(configuration());
+        _exit(inherited && isRefused(own) ? 0 : 1);
+    }
+    int ended = 0;
+    ASSERT_EQ(waitpid(child, &ended, 0), child);
+
+    EXPECT_EQ(ended, 0);
+    EXPECT_EQ(valueOf(store, "k"), "v");
 }
 
 TEST_F(SecretServiceFaultsTest, ADaemonOrABusThatDiedIsFoundAgainByTheNextCall)

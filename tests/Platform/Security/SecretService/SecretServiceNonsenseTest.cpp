@@ -1,6 +1,11 @@
 #include "tests/Platform/Security/SecretService/SecretServiceStoreForTest.hpp"
 #include "tests/support/NonsenseSecretService.hpp"
 
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
 using namespace platform;
 using namespace std::chrono_literals;
 
@@ -14,6 +19,19 @@ std::string publicKey()
     for (int index = 0; index < 128; ++index)
         bytes += index ? ", 0x55" : "0x55";
     return "(<[byte " + bytes + "]>, objectpath '/org/freedesktop/secrets/session/s1')";
+}
+
+bool hasThread(const std::string& name)
+{
+    std::error_code ignored;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", ignored))
+    {
+        std::ifstream file(task.path() / "comm");
+        std::string line;
+        if (std::getline(file, line) && line == name)
+            return true;
+    }
+    return false;
 }
 
 struct Nonsense
@@ -46,9 +64,16 @@ std::vector<Nonsense> nonsense()
          "nonsense"},
         {"no search at all",
          with({{"SearchItems", "!org.freedesktop.DBus.Error.UnknownMethod"}}),
-         {-26275, -26275, -26275},
-         "nonsense"},
-        {"an item that is never there", with({}), {-25291, -25291, -25291}, "change all the time"},
+         {-25291, -25291, -25291},
+         "not ready"},
+        {"a service whose object is not there yet",
+         {{"OpenSession", "!org.freedesktop.DBus.Error.UnknownObject"}},
+         {-25291, -25291, -25291},
+         "not ready"},
+        {"an item that is never there",
+         with({{"GetSecrets", "(@a{o(oayays)} {},)"}}),
+         {-25291, -25291, -25291},
+         "change all the time"},
         {"an item without properties",
          with({{"GetAll", "(@a{sv} {},)"}, {"GetSecrets", "(@a{o(oayays)} {},)"}}),
          {-25291, -26275, -26275},
@@ -155,6 +180,28 @@ TEST(SecretServiceNonsense, UnlockingSucceedsOnlyIfTheUserAgreedAndItIsUnlocked)
     EXPECT_EQ(unlocked({{"Completed", "('yes',)"}}), userCancelled);
     EXPECT_EQ(unlocked({{"Completed", ""}}, 300ms), userCancelled);
     EXPECT_EQ(unlocked({{"Unlock", "('x',)"}}), damaged);
+
+    // No other store has a thread by then: the one that appears is the unlocking's.
+    SecretServiceItemStore ending({.lockFolder = bus.lockFolder(), .busAddress = bus.busAddress()});
+    store.shutdown();
+    service.play(with({{"Unlock", "(@ao [], objectpath '/prompt')"},
+                       {"ReadAlias", "(objectpath '/org/freedesktop/secrets/collection/c',)"},
+                       {"Prompt", "()"},
+                       {"Dismiss", "()"},
+                       {"Completed", ""},
+                       {"Locked", "(<true>,)"}}));
+    std::atomic<bool> isOver = false;
+    std::jthread unlocking(
+        [&]
+        {
+            EXPECT_EQ(ending.unlock({}, 60s), notAvailable);
+            isOver = true;
+        });
+    while (!isOver && !hasThread("tessera-glib"))
+        std::this_thread::yield();
+    ending.shutdown();
+    EXPECT_FALSE(hasThread("tessera-glib"));
+    EXPECT_EQ(ending.unlock(), notAvailable);
 }
 
 }  // namespace

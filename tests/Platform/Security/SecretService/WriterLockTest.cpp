@@ -55,6 +55,8 @@ TEST(WriterLock, MakesItsFolderAndRefusesOneThatOthersCouldReach)
     std::filesystem::create_symlink("elsewhere", folder.path() / "deep" / "er" / "x");
     std::filesystem::rename(folder.path() / "deep" / "er" / "x", path / "secret-service.lock");
     EXPECT_EQ(refusal(path), KeychainStatus::inputOutput);
+    for (const char* relative : {"", "tessera"})
+        EXPECT_EQ(refusal(relative), KeychainStatus::notAvailable);
 }
 
 TEST(WriterLock, PassesOnWhenItsHolderDiesAndNotBefore)
