@@ -47,9 +47,9 @@ std::string Expectation::check(Items& items)
 {
     const auto listing = items.all();
     if (listing.status != KeychainStatus::success)
-        return "listing the items: " + shown(listing.status);
+        return "listing the items: " + shown(listing.status) + " instead of " + text();
     if (!listing.fault.empty())
-        return listing.fault;
+        return listing.fault + " instead of " + text();
 
     if (!explains(listing.numbers))
         return "there is " + shown(listing.numbers) + " instead of " + text();

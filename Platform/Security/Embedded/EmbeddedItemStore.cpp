@@ -292,7 +292,7 @@ KeychainStatus EmbeddedItemStore::deleteMatching(const ItemPattern& pattern)
                 change.erase(row);
             if (change.isEmpty())
             {
-                store.table().requireComplete();
+                requireNoneMissing(store.table(), pattern);
                 return KeychainStatus::itemNotFound;
             }
             change.commit();
@@ -319,7 +319,7 @@ KeychainStatus EmbeddedItemStore::update(
                 item.accessControl = row->attributes.accessControl;
             }
             else
-                store.table().requireComplete();
+                store.table().requireAbsent(identity);
             auto data = change(stored ? &*stored : nullptr);
             if (!data || (data->empty() && !row))
                 return KeychainStatus::success;

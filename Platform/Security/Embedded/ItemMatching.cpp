@@ -70,6 +70,14 @@ Matches named(ItemTable& table, const ItemPattern& pattern, bool valuesFollow, s
 
 }  // namespace
 
+void requireNoneMissing(ItemTable& table, const ItemPattern& pattern)
+{
+    table.requireComplete();
+    if (isSingle(pattern))
+        for (const auto& group : pattern.accessGroups)
+            table.requireAbsent(identity(pattern, group));
+}
+
 std::vector<ItemRow> matching(ItemTable& table, const ItemPattern& pattern)
 {
     constexpr auto all = std::numeric_limits<std::size_t>::max();
@@ -83,7 +91,7 @@ std::vector<ItemRow> answering(ItemTable& table, const ItemPattern& pattern, boo
                      ? named(table, pattern, valuesFollow, std::max<std::size_t>(limit, 1))
                      : listed(table, pattern);
     if (found.gap || found.rows.empty())
-        table.requireComplete();
+        requireNoneMissing(table, pattern);
     return std::move(found.rows);
 }
 

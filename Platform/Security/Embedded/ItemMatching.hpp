@@ -12,8 +12,11 @@ namespace platform
 
 /// The rows that match and are to be changed, in the order of the answer; inside a transaction. A
 /// row that was asked for by name is proved genuine by itself, any others by the digest of all. An
-/// empty result says nothing before `ItemTable::requireComplete`.
+/// empty result says nothing before `requireNoneMissing`.
 std::vector<ItemRow> matching(ItemTable& table, const ItemPattern& pattern);
+
+/// Throws unless whatever of the pattern was not found does not exist.
+void requireNoneMissing(ItemTable& table, const ItemPattern& pattern);
 
 /// The rows that answer a question which at most `limit` of them are wanted of; there may be more.
 /// As `matching`, but rows asked for by name are not proved where `valuesFollow`, since opening the

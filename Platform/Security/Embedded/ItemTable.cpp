@@ -263,6 +263,13 @@ void ItemTable::requireComplete()
                          "start anew.");
 }
 
+void ItemTable::requireAbsent(const KeychainIdentity& identity)
+{
+    requireComplete();
+    if (known_->marks.contains(sealing_.row(identity)) && !find(identity))
+        refuseDamaged("an item cannot be found where it stands");
+}
+
 ItemRow ItemTable::insert(const KeychainItem& item)
 {
     ItemRow row;

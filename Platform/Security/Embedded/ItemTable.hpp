@@ -67,6 +67,10 @@ public:
     /// exist. Cheap while nobody else has changed the file.
     void requireComplete();
 
+    /// The same for one item that was looked for by its name and not found: damage between the
+    /// pages can hide a row from a search that a walk through all rows still meets.
+    void requireAbsent(const KeychainIdentity& identity);
+
     ItemRow insert(const KeychainItem& item);
     void erase(const ItemRow& row);
 

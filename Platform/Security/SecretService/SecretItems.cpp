@@ -179,7 +179,9 @@ bool SecretItems::readData(std::vector<SecretItemRecord>& records)
         const auto place = byPath.find(one.path);
         if (place == byPath.end())
             return false;
-        if (!secretItem::readSealedText(connection_.decrypted(place->second.get()), one.item))
+        const auto text = connection_.decrypted(place->second.get());
+        one.unfinished = text.empty();
+        if (!one.unfinished && !secretItem::readSealedText(text, one.item))
             throw nonsense("an item whose data are not as they were written");
     }
     return true;

@@ -20,6 +20,10 @@ struct SecretItemRecord
     std::uint64_t created = 0;
     /// Without data.
     KeychainItem item;
+    /// Whether it has no secret at all, which is known once the data were read: a service that was
+    /// killed while it made the item leaves it so. It was never acknowledged, and counts for
+    /// nothing.
+    bool unfinished = false;
 };
 
 /// The calls of the Secret Service's interface that a store makes, with their answers checked: what

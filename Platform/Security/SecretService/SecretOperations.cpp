@@ -158,6 +158,21 @@ bool isUnmatched(const ItemPattern& pattern, const SecretItemRecord& record)
     return !pattern.matches(record.item);
 }
 
+/// What was found but for the records that are unfinished; nothing where none is.
+std::optional<Found> withoutUnfinished(const Records& records, const Found& found)
+{
+    std::set<std::string> unfinished;
+    for (const auto& record : records)
+        if (record.unfinished)
+            unfinished.insert(record.path);
+    if (unfinished.empty())
+        return std::nullopt;
+    auto finished = found;
+    for (auto& some : finished)
+        std::erase_if(some, [&](const auto& path) { return unfinished.contains(path); });
+    return finished;
+}
+
 /// What was found, in order; nothing where an item went away meanwhile.
 std::optional<Records> readFound(SecretItems& items, const ItemPattern& pattern,
                                  ItemContent content, std::size_t limit, const Found& found)
@@ -168,6 +183,8 @@ std::optional<Records> readFound(SecretItems& items, const ItemPattern& pattern,
         {
             if (!items.readData(*records))
                 return std::nullopt;
+            if (const auto finished = withoutUnfinished(*records, found))
+                return readFound(items, pattern, content, limit, *finished);
             // What the items demand is known from here on.
             std::erase_if(*records, unmatched);
             sortAndLimit(*records, pattern, limit);
@@ -186,6 +203,8 @@ std::optional<Records> readFound(SecretItems& items, const ItemPattern& pattern,
     {
         if (!items.readData(records))
             return std::nullopt;
+        if (const auto finished = withoutUnfinished(records, found))
+            return readFound(items, pattern, content, limit, *finished);
         std::erase_if(records, unmatched);
     }
     return records;
@@ -207,6 +226,9 @@ std::optional<Records> tryCopy(SecretItems& items, const ItemPattern& pattern, I
     auto records = readFound(items, pattern, content, limit, found);
     if (records && !asksFirst && couldHideOne(pattern, found, *records, limit) &&
         !items.isNothingHidden(empty))
+        return std::nullopt;
+    // Found, and yet nothing: an unfinished item, or one that demands something else.
+    if (records && records->empty() && !asksFirst && !items.isNothingHidden({}))
         return std::nullopt;
     return records;
 }
@@ -260,6 +282,13 @@ void replaceInPlace(SecretItems& items, Copies& copies, const KeychainItem& item
         items.remove({last.path});
 }
 
+/// Whether no copy has a secret, so that there is no such item.
+bool isUnfinished(SecretItems& items, Copies copies)
+{
+    return items.readData(copies) &&
+           std::ranges::all_of(copies, [](const auto& copy) { return copy.unfinished; });
+}
+
 }  // namespace
 
 KeychainAnswer copyMatching(SecretItems& items, const ItemPattern& pattern, ItemContent content,
@@ -294,9 +323,11 @@ KeychainStatus store(SecretItems& items, const Collection& collection, const Ite
     const auto isThis = [&item](const Copies& copies)
     { return copies.back().item.identity == item.identity; };
     const auto existing = std::ranges::find_if(all, isThis);
+    const bool mayReplace =
+        existing != all.end() && (matches(*existing) || isUnfinished(items, *existing));
     if (existing == all.end())
         items.create(collection, item, text);
-    else if (matches(*existing))
+    else if (mayReplace)
         replaceInPlace(items, *existing, item, text);
 
     std::vector<std::string> others;
@@ -305,8 +336,8 @@ KeychainStatus store(SecretItems& items, const Collection& collection, const Ite
             std::ranges::copy(pathsOf(copies), std::back_inserter(others));
     if (!others.empty())
         items.remove(others);
-    return existing == all.end() || matches(*existing) ? KeychainStatus::success
-                                                       : KeychainStatus::duplicateItem;
+    return existing == all.end() || mayReplace ? KeychainStatus::success
+                                               : KeychainStatus::duplicateItem;
 }
 
 KeychainStatus deleteMatching(SecretItems& items, const ItemPattern& pattern)
