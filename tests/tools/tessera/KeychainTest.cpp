@@ -184,7 +184,9 @@ TEST(KeychainCommand, TellsTheClassOfEachErrorByItsExitCode)
         // What only the layers below know is told in lines before the error's own.
         const bool opaque = name == "KeychainError.couldNotAccessKeychain" && words[0] != "set";
         if (opaque)
+        {
             EXPECT_FALSE(told.at("diagnostics").as_array().empty());
+        }
     }
 }
 
