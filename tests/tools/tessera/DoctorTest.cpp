@@ -229,7 +229,9 @@ TEST(Doctor, NamesEachFaultOfFoldersAndFiles)
         EXPECT_THAT(said, HasSubstr(text));
         for (const auto& finding : examined.report.at("findings").as_array())
             if (finding.at("state").as_string() == "fault")
+            {
                 EXPECT_FALSE(finding.at("next").as_string().empty());
+            }
     }
 }
 

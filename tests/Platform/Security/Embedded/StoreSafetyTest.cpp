@@ -155,9 +155,11 @@ TEST(StoreSafety, ADatabaseWithoutItsKeyAndAKeyWithoutItsDatabaseAreNoFirstStart
         const auto report = host.reported();
         EXPECT_THAT(report, HasSubstr(row.cause));
         if (std::string_view(row.cause).find("missing") != std::string_view::npos)
+        {
             EXPECT_THAT(report, testing::AllOf(HasSubstr(host.places.key.string()),
                                                HasSubstr(host.places.database.string()),
                                                HasSubstr("-> Compare XDG_CONFIG_HOME")));
+        }
         EXPECT_EQ(valueOf(store, "absent"), "= -25291");
         EXPECT_EQ(put(store, "key", "new"), notAvailable);
 

@@ -324,6 +324,6 @@ TEST_P(KeychainSuite, AChangeOfOneItemHasNoOtherInBetween)
 INSTANTIATE_TEST_SUITE_P(, KeychainSuite,
                          testing::Values(memoryImplementation(), embeddedImplementation(),
                                          secretServiceImplementation()),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& each) { return each.param.name; });
 
 }  // namespace
