@@ -20,10 +20,24 @@ std::string Expectation::acknowledged(const Step& step, KeychainStatus status)
     stored_ = after(stored_, step);
     if (step.kind == Step::Kind::changePassphrase)
         passphrase_ = step.number;
-    if (status == expected)
+    const bool good =
+        status == expected || (expected == KeychainStatus::itemNotFound &&
+                               status == KeychainStatus::success && removesWhatWasUnfinished(step));
+    if (step.kind == Step::Kind::removeAll)
+        perhapsUnfinished_.clear();
+    else
+        perhapsUnfinished_.erase(step.key);
+    if (good)
         return {};
     return shown(step) + " answered " + shown(status) + " instead of " + shown(expected) + " on " +
            shown(before);
+}
+
+bool Expectation::removesWhatWasUnfinished(const Step& step) const
+{
+    if (step.kind == Step::Kind::removeAll)
+        return !perhapsUnfinished_.empty();
+    return step.kind == Step::Kind::remove && perhapsUnfinished_.contains(step.key);
 }
 
 std::string Expectation::text() const
@@ -54,6 +68,8 @@ std::string Expectation::check(Items& items)
     if (!explains(listing.numbers))
         return "there is " + shown(listing.numbers) + " instead of " + text();
     stored_ = listing.numbers;
+    if (partialRemovals_ && underWay_ && !stored_.contains(keyAt(underWay_->key)))
+        perhapsUnfinished_.insert(underWay_->key);
     underWay_.reset();
 
     for (std::size_t index = 0; index < keyCount; ++index)

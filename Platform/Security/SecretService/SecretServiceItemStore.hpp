@@ -25,6 +25,9 @@ namespace platform
 /// that changes what the item demands (accessibility, access control): for its last moment both
 /// exist, and the one changed last counts.
 ///
+/// A service that is killed while it creates an item may keep it without a value. Nobody is given
+/// such an item, the next write takes its place, and its removal succeeds.
+///
 /// All traffic runs on a GLib thread of its own, with a bus connection of its own, so that neither
 /// depends on the host's loops; both start with the first use and end in the destructor, which is
 /// `shutdown()`. A store that lives until the process exits needs `shutdown()` before `main`
