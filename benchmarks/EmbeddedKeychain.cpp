@@ -88,6 +88,7 @@ public:
     explicit PreparedRead(const std::filesystem::path& file)
     {
         require(sqlite3_open(file.c_str(), &database_) == SQLITE_OK, "open");
+        execute("PRAGMA journal_mode=WAL");
         execute(
             "CREATE TABLE item (service, account, grp, sync, data, "
             "PRIMARY KEY (service, account, grp, sync)) WITHOUT ROWID");
