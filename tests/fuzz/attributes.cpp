@@ -1,6 +1,7 @@
 // Queries of any shape end with one of the listed statuses; an item that is taken comes back equal,
 // and what the desktop's keyring would be given of it reads back as the item.
 
+#include "Platform/Coding/Text.hpp"
 #include "Platform/Security/Authentication/ItemEnvelope.hpp"
 #include "Platform/Security/Authentication/PasscodeRecord.hpp"
 #include "Platform/Security/Keychain/StoreKeychain.hpp"
@@ -67,6 +68,8 @@ void tryQuery(FuzzedDataProvider& input)
 
     keychain.copyMatching(query);
     keychain.deleteMatching(query);
+    if (query.find(kSecValueData))
+        return;
     const auto value = bytes(input.ConsumeRandomLengthString());
     if (keychain.add(query.with(kSecValueData, value)) != KeychainStatus::success)
         return;
@@ -90,7 +93,9 @@ void tryStored(FuzzedDataProvider& input)
     if (const auto record = PasscodeRecord::read(item.data.view()))
         require(record->written().size() > 0);
 
-    const auto text = input.ConsumeRandomLengthString();
+    // The bus carries UTF-8 alone, and no NUL.
+    auto text = repairedUTF8(input.ConsumeRandomLengthString());
+    std::erase(text, '\0');
     if (const auto plain = secretItem::unescaped(text))
         require(secretItem::escaped(*plain) == text);
     secretItem::Attributes attributes;
