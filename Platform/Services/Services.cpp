@@ -45,18 +45,22 @@ struct SystemServices
 {
     WorkerThread worker;
     WorkerThread promptTimers;
+    WorkerThread storage;
     std::shared_ptr<CurlURLSession> session = std::make_shared<CurlURLSession>();
     std::shared_ptr<EmbeddedItemStore> items = systemItemStore();
     Services services{.clock = systemClock(worker.executor()),
                       .device = systemDevice(),
                       .urlSession = session,
                       .background = worker.executor(),
+                      .storage = storage.executor(),
                       .mainActor = nullptr,
                       .resourceFolders = systemResourceFolders(),
                       .program = systemProgram(),
                       .diagnostics = nullptr,
                       .authenticator = nullptr,
                       .passphrase = nullptr,
+                      .keyValueStore = nullptr,
+                      .stateFolder = {},
                       .keychain = keychainOver(items)};
 };
 
@@ -77,6 +81,7 @@ SystemServices& system()
                 system().session->shutdown();
                 system().worker.stop();
                 system().promptTimers.stop();
+                system().storage.stop();
                 system().items->close();
             });
         return made;

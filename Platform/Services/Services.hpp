@@ -4,6 +4,7 @@
 #include "Platform/Concurrency/MainActor.hpp"
 #include "Platform/Device/Device.hpp"
 #include "Platform/Device/ResourceBundle.hpp"
+#include "Platform/KeyValueStore/UbiquitousKeyValueStore.hpp"
 #include "Platform/Security/Keychain/StoreKeychain.hpp"
 
 #include <filesystem>
@@ -33,6 +34,10 @@ struct Services
     /// Runs actors and timers, off the main thread.
     Executor background;
 
+    /// Runs what waits for the disk, one piece at a time: off the main thread, and not where timers
+    /// and transfers would stand still meanwhile.
+    Executor storage;
+
     /// The host's main thread. There is none until the host names it: `RunLoop` is one for programs
     /// that have no event loop of their own.
     std::shared_ptr<MainActor> mainActor;
@@ -55,8 +60,15 @@ struct Services
     /// a store's operation, so that it must not use a store.
     std::function<std::optional<SecretString>()> passphrase;
 
+    /// Where programs of the user tell each other that something changed.
+    std::shared_ptr<UbiquitousKeyValueStore> keyValueStore;
+
+    /// Where the history of sessions is kept: $XDG_STATE_HOME/tessera. An empty one keeps none.
+    std::filesystem::path stateFolder;
+
     /// Where stores keep their items: the user's embedded keychain, unless the host prefers another
-    /// (`keychainOver`). It follows the four fields above as they are at each call.
+    /// (`keychainOver`). It follows program, diagnostics,
+    /// authenticator and passphrase as they are at each call.
     std::shared_ptr<Keychain> keychain;
 };
 

@@ -240,8 +240,7 @@ int runPowerCut(const Settings& settings)
         }
         PowerCut cut(recording, random, subsets);
         cut.atEveryCall(report);
-        if (!recording.place.passphrase)
-            cut.afterEveryKill(report);
+        cut.afterEveryKill(report);
         const auto syncs = takeOutSyncs(recording, cut, report);
         std::cout << "powercut: " << recording.name << ": " << recording.events.size()
                   << " calls on the disk, " << cut.images() << " different disks, " << syncs

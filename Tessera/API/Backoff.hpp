@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Tessera/API/RetryDelay.hpp"
+
+#include <concepts>
+
+namespace tessera
+{
+
+/// Gives one waiting time after the other, without end.
+template <class Iterator>
+concept BackoffIterator = requires(Iterator iterator) {
+    { iterator.next() } -> std::same_as<RetryDelay>;
+};
+
+/// A reusable description of waiting times: each run of retries takes an iterator of its own.
+template <class Strategy>
+concept BackoffStrategy = requires(const Strategy strategy) {
+    { strategy.makeIterator() } -> BackoffIterator;
+};
+
+struct ExponentialBackoffIterator
+{
+    std::uint64_t factor;
+    RetryDelay duration;
+
+    RetryDelay next();
+};
+
+/// `initial`, and after it each delay `factor` times the one before, up to the largest that there
+/// is. A factor of zero stops the process.
+class ExponentialBackoffStrategy
+{
+public:
+    ExponentialBackoffStrategy(std::uint64_t factor, RetryDelay initial);
+
+    std::uint64_t factor() const noexcept { return factor_; }
+    RetryDelay initial() const noexcept { return initial_; }
+
+    ExponentialBackoffIterator makeIterator() const { return {factor_, initial_}; }
+
+private:
+    std::uint64_t factor_;
+    RetryDelay initial_;
+};
+
+/// The strategies that come with the framework.
+namespace Backoff
+{
+inline ExponentialBackoffStrategy exponential(std::uint64_t factor, RetryDelay initial)
+{
+    return {factor, initial};
+}
+}  // namespace Backoff
+
+}  // namespace tessera

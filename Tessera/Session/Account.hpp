@@ -1,0 +1,149 @@
+#pragma once
+
+#include "Platform/Observation/Publisher.hpp"
+#include "Platform/Services/Services.hpp"
+#include "Tessera/Model/AccountClient.hpp"
+#include "Tessera/Model/AccountEnvironment.hpp"
+#include "Tessera/Model/AccountState.hpp"
+#include "Tessera/Session/AccountDiagnostic.hpp"
+#include "Tessera/Session/AccountTokenProviding.hpp"
+#include "Tessera/Session/AccountTransition.hpp"
+
+#include <memory>
+#include <vector>
+
+namespace tessera
+{
+
+/// The user's session with the account server: signs in and out, keeps the account information
+/// fresh, follows what other programs of the user do, and publishes where the session stands.
+///
+///     Account account(AccountEnvironment::directProduction(), client);
+///     auto subscription = account.statePublisher().subscribe(show);
+///     account.applicationWillFinishLaunching();
+///
+/// Purpose: a host makes one at its start, forwards its two lifecycle events, and calls the
+/// operations from its user interface. All programs of the user that name the same environment
+/// share one sign-in.
+///
+/// Thread: the main thread (`platform::Services::mainActor`, which the host must name) makes it,
+/// calls its members, hears its publishers and destroys it; a call from elsewhere stops the
+/// process. The awaitables that it returns may be awaited on any executor. No member waits for the
+/// network; only `signOut` waits for the disk.
+///
+/// Ownership: the host holds it. When it is destroyed its work ends: calls under way throw
+/// `CancellationError`, nothing is published, written or sent any more. The server's half of a
+/// sign-out that had begun goes on by itself.
+///
+/// Errors: an operation throws what it names, what `AccountService` throws, and
+/// `platform::CancellationError` when its caller is cancelled, and when a sign-in, a sign-out or
+/// another program's change took its session away. An empty keychain identifier in the environment
+/// or the client stops the process.
+class Account final : public AccountTokenProviding
+{
+public:
+    enum class NewsletterStatus
+    {
+        idle,
+        submitting,
+        subscribed
+    };
+
+    Account(AccountEnvironment environment, AccountClient client,
+            platform::Services services = platform::services());
+    ~Account() override;
+    Account(const Account&) = delete;
+    Account& operator=(const Account&) = delete;
+
+    const platform::URL& accountURL() const noexcept;
+    AccountEnvironment::Server server() const noexcept;
+    AccountEnvironment::Distribution distribution() const noexcept;
+    const AccountClient& client() const noexcept;
+
+    /// Where the session stands. A subscriber hears of every assignment, in order; inside a
+    /// handler, this may be newer than what the handler is told.
+    const AccountState& state() const noexcept;
+    platform::Publisher<AccountState> statePublisher() const;
+
+    /// The bearer token of `pending` and `signedIn`, nothing in every other state.
+    platform::Publisher<std::optional<platform::SecretString>> token() const override;
+
+    /// It belongs to the user: a change of user begins with `idle`.
+    NewsletterStatus newsletterStatus() const noexcept;
+    platform::Publisher<NewsletterStatus> newsletterStatusPublisher() const;
+
+    /// What went wrong where no call could throw it; nothing when the last attempt went well.
+    const std::optional<AccountDiagnostic>& diagnostic() const noexcept;
+    platform::Publisher<std::optional<AccountDiagnostic>> diagnosticPublisher() const;
+
+    /// Whether this host must not be used without signing in: true for alpha and beta releases.
+    bool requireLogin() const noexcept;
+
+    /// To be called once at the start: restores the stored session. No stored token gives
+    /// `signedOut`, a token `pending`, token and account information `signedIn` of source `local`.
+    /// A keychain that cannot be read leaves `loading`.
+    void applicationWillFinishLaunching();
+
+    /// To be called whenever the host comes to the front: refreshes what is an hour old or has
+    /// failed, and looks whether another program has changed the session.
+    void applicationDidBecomeActive();
+
+    /// Has a one-time code mailed. The state is not touched.
+    platform::Awaitable<void> requestOneTimeCode(platform::SecretString email);
+
+    /// Exchanges the mailed code for a session, and returns the state reached: `signedIn`, or
+    /// `pending` when the account information could not be loaded after five attempts (15 seconds),
+    /// which is then tried again in the background. On behalf of an account without an e-mail
+    /// address, the address is attached to that account.
+    ///
+    /// Throws `JWTError` and `platform::DecodingError` for a token that is not the server's,
+    /// `AccountError::keychainAccess` when it could not be stored. The state is then as before. A
+    /// caller that is cancelled after the token was stored leaves `pending`.
+    platform::Awaitable<AccountState> signIn(platform::SecretString email,
+                                             platform::SecretString oneTimeCode);
+
+    /// Signs out at once, here and in all programs of the user; the server is told in the
+    /// background. Waits for two removals from the keychain, and longer (5 seconds at most) only
+    /// behind another holder of the store. Cannot fail.
+    void signOut();
+
+    /// Waits until the server has answered the last sign-out, or will not, for programs that end
+    /// right after it.
+    platform::Awaitable<void> serverSignOutEnded() const;
+
+    /// Deletes the account on the server, and then signs out. Throws
+    /// `AccountError::accountRequired` without a session.
+    platform::Awaitable<void> deleteAccount();
+
+    /// Loads the account information anew; with `force` also when the last is less than an hour
+    /// old. Joins the refresh in flight where there is one. Throws its error, and
+    /// `AccountError::accountRequired` without a session; the last good information stays.
+    platform::Awaitable<void> refresh(bool force);
+
+    /// Records that the user accepts this revision of the terms, in the language of the text that
+    /// was shown, and then refreshes in the background. Throws `AccountError::accountRequired`.
+    platform::Awaitable<void> consentToTerms(std::string revision, std::string language);
+
+    /// Subscribes the user to the newsletter; see `newsletterStatus`. Throws
+    /// `AccountError::accountRequired` before anything changes.
+    platform::Awaitable<void> requestNewsletter();
+
+    /// Makes a session token, had from elsewhere, the session; returns at once. Failures are in the
+    /// `diagnostic`.
+    void authenticate(platform::SecretString with);
+
+    /// Ends the session here and in all programs of the user, without telling the server; returns
+    /// at once.
+    void deauthenticate();
+
+    /// The last 50 transitions of this client's session, oldest first, those of earlier runs and of
+    /// other processes included.
+    platform::Awaitable<std::vector<AccountTransition>> history() const;
+
+private:
+    class Session;
+
+    const std::shared_ptr<Session> session_;
+};
+
+}  // namespace tessera
