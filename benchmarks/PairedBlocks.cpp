@@ -17,6 +17,8 @@ double seconds(clockid_t clock)
 
 double secondsFor(const Way& way, clockid_t clock)
 {
+    if (way.prepare)
+        way.prepare(way.count);
     const double before = seconds(clock);
     way.run(way.count);
     return (seconds(clock) - before) / static_cast<double>(way.count);
@@ -44,10 +46,9 @@ void compareInBlocks(benchmark::State& state, const Comparison& comparison)
     std::vector<const Way*> ways{&comparison.measured, &comparison.limit};
     for (const Way& way : comparison.beside)
         ways.push_back(&way);
-    for (const Way* way : ways)
-        way->run(way->count);
-
     const auto clock = comparison.waits ? CLOCK_MONOTONIC : CLOCK_PROCESS_CPUTIME_ID;
+    for (const Way* way : ways)
+        secondsFor(*way, clock);
     std::vector<Samples> spent(ways.size());
     std::size_t round = 0;
     for ([[maybe_unused]] const auto iteration : state)

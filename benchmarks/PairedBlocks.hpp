@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
-/// One way of doing the thing: `run(count)` does it so many times.
+/// One way of doing the thing: `run(count)` does it so many times. `prepare(count)` comes before
+/// each block and is not measured.
 struct Way
 {
     std::string name;
     std::size_t count;
     std::function<void(std::size_t)> run;
+    std::function<void(std::size_t)> prepare = {};
 };
 
 /// What is measured, the least that it could cost, and others that are shown beside them.
