@@ -42,9 +42,24 @@ public:
     /// while it waits gets `CancellationError`; the work and its other callers are not touched.
     Awaitable<T> value() const
     {
-        auto state = state_;
-        auto start = [state](std::shared_ptr<Continuation<T>> caller)
-        { State::wait(state, std::move(caller)); };
+        auto start = [state = state_](std::shared_ptr<Continuation<T>> caller)
+        {
+            caller->onCancel([held = std::weak_ptr(state), key = caller.get()]
+                             { State::giveUp(held, key); });
+            state->wait(std::move(caller));
+        };
+        return suspendCaller<T>(std::move(start));
+    }
+
+    /// The same for a caller that owns the work: when it is cancelled, so is the work, and it still
+    /// waits for the end of that.
+    Awaitable<T> valueOfOwnWork() const
+    {
+        auto start = [task = *this](std::shared_ptr<Continuation<T>> caller)
+        {
+            caller->onCancel([task] { task.cancel(); });
+            task.state_->wait(std::move(caller));
+        };
         return suspendCaller<T>(std::move(start));
     }
 
@@ -65,16 +80,13 @@ private:
                 caller->resume(result);
         }
 
-        static void wait(const std::shared_ptr<State>& state,
-                         std::shared_ptr<Continuation<T>> caller)
+        void wait(std::shared_ptr<Continuation<T>> caller)
         {
-            caller->onCancel([held = std::weak_ptr(state), key = caller.get()]
-                             { giveUp(held, key); });
-            const std::lock_guard lock(state->mutex);
-            if (state->outcome)
-                caller->resume(*state->outcome);
+            const std::lock_guard lock(mutex);
+            if (outcome)
+                caller->resume(*outcome);
             else
-                state->waiting.push_back(std::move(caller));
+                waiting.push_back(std::move(caller));
         }
 
         /// Lets one caller go; it is not listed any more when the work ends.

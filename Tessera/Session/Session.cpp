@@ -1,0 +1,244 @@
+#include "Tessera/Session/SessionCalls.hpp"
+
+#include "Platform/Basics/Fatal.hpp"
+#include "Tessera/Model/AccountError.hpp"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace tessera
+{
+namespace
+{
+
+constexpr auto place = "Tessera/Account";
+
+platform::Services complete(platform::Services services)
+{
+    if (!services.mainActor)
+        platform::fatal(
+            "Tessera/Account: name the main thread in platform::Services::mainActor first");
+    return services;
+}
+
+/// One file for each client of each environment.
+std::shared_ptr<AccountHistory> historyOf(const AccountEnvironment& environment,
+                                          const AccountClient& client,
+                                          const platform::Services& services)
+{
+    if (services.stateFolder.empty())
+        return nullptr;
+    return std::make_shared<AccountHistory>(
+        services.stateFolder / "history",
+        environment.localizedKeychainIdentifier + "." + client.localizedKeychainIdentifier,
+        services.diagnostics);
+}
+
+}  // namespace
+
+bool detail::isCancellation(const std::exception_ptr& error)
+{
+    try
+    {
+        std::rethrow_exception(error);
+    }
+    catch (const platform::CancellationError&)
+    {
+        return true;
+    }
+    catch (...)
+    {
+        return false;
+    }
+}
+
+Account::Session::Session(AccountEnvironment ofEnvironment, AccountClient ofClient,
+                          platform::Services with)
+    : environment(std::move(ofEnvironment)),
+      client(std::move(ofClient)),
+      services(complete(std::move(with))),
+      main_(platform::executorOf(services.mainActor)),
+      service(environment, client, services.urlSession, services.background),
+      store_(std::make_shared<SessionStore>(environment.localizedKeychainIdentifier,
+                                            client.localizedKeychainIdentifier, services.keychain)),
+      history_(historyOf(environment, client, services))
+{
+    jwtDecoder.setSignatureVerificationStrategy(environment.jwtPublicKey);
+}
+
+void Account::Session::begin()
+{
+    const std::weak_ptr<Session> held = weak_from_this();
+    cancellables.push_back(stateSubject.publisher().subscribe(
+        [held](const AccountState& state)
+        {
+            if (const auto self = held.lock())
+                self->handOff(state);
+        }));
+    if (!services.keyValueStore)
+        return;
+    keyValueStore_ =
+        services.keyValueStore->join(main_,
+                                     [held](const platform::ExternalKeyValueChange& change)
+                                     {
+                                         if (const auto self = held.lock())
+                                             self->keysChanged(change);
+                                     });
+}
+
+void Account::Session::release()
+{
+    requireMain();
+    released_ = true;
+    machine.released();
+    cancellables.clear();
+    keyValueStore_.reset();
+    environmentTokenChangeTask.cancel();
+    tokenReadPause_.cancel();
+    generationBegins();
+    for (const auto& call : calls_)
+        call.cancel();
+}
+
+void Account::Session::requireMain() const
+{
+    if (!services.mainActor->isCurrent())
+        platform::fatal(std::string(place) + ": unexpected executor, this is not the main thread");
+}
+
+void Account::Session::requireCurrent(Generation generation) const
+{
+    if (!isCurrent(generation))
+        throw platform::CancellationError();
+}
+
+/// Ends what belongs to older generations. The look for a changed token is not among it: it may be
+/// what has begun this one.
+void Account::Session::generationBegins()
+{
+    store_->generationBegins(machine.generation());
+    refreshTask.cancel();
+    accountRefreshRetryTask.cancel();
+    afterConsentTask_.cancel();
+    restoreTask_.cancel();
+    if (signInTask_)
+        signInTask_->cancel();
+    signInTask_.reset();
+    for (const auto& call : calls_)
+        if (call.belongs != Belongs::toNobody && !isCurrent(call.generation))
+            call.cancel();
+}
+
+void Account::Session::carryOut(const SessionOrders& orders)
+{
+    const auto generation = machine.generation();
+    if (orders.publish)
+        publish(*orders.publish);
+    // Whoever hears of the state may have signed out.
+    if (!isCurrent(generation))
+        return;
+    if (orders.removeInfo)
+        platform::Task<void>::start(main_, removeInfo(shared_from_this(), generation));
+    if (orders.scheduleRetry)
+        scheduleRetry();
+}
+
+void Account::Session::publish(AccountTransitionCause cause)
+{
+    record(cause);
+    const auto user = machine.state().uuid();
+    const bool userChanges = (user && user != newsletterUser_) ||
+                             machine.state().get<AccountState::SignedOut>() != nullptr;
+    if (user)
+        newsletterUser_ = user;
+    if (userChanges && newsletterStatus.value() != NewsletterStatus::idle)
+        newsletterStatus.send(NewsletterStatus::idle);
+    stateSubject.send(machine.state());
+}
+
+void Account::Session::record(AccountTransitionCause cause)
+{
+    if (!history_)
+        return;
+    boost::asio::post(
+        services.storage,
+        [history = history_, transition = AccountTransition{now(), kind(machine.state()), cause}]
+        { history->append(transition); });
+}
+
+void Account::Session::report(AccountDiagnosticCode code, const std::exception_ptr& error)
+{
+    report(AccountDiagnostic{code, platform::describe(error)});
+}
+
+/// The service holds the token of the published state. A hand-off begins at once, and the actor
+/// takes them in their order.
+void Account::Session::handOff(const AccountState& state)
+{
+    requireMain();
+    auto token = state.token();
+    platform::Task<void>::start(
+        main_, token ? service.authenticate(*std::move(token)) : service.deauthenticate());
+}
+
+void Account::Session::announce()
+{
+    if (!keyValueStore_)
+        return;
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.3f", now().secondsSince1970);
+    keyValueStore_->setString(seconds, detail::tokenTouched);
+    if (!keyValueStore_->synchronize())
+        report(AccountDiagnostic{AccountDiagnosticCode::changeNotAnnounced, {}});
+}
+
+void Account::Session::signOut(AccountTransitionCause cause, bool onServer)
+{
+    const auto generation = machine.signOutBegins(now());
+    environmentTokenChangeTask.cancel();
+    generationBegins();
+    auto [token, removed] = store_->signOut(generation);
+    if (removed)
+        machine.tokenKnown(std::nullopt);
+    else if (token)
+        machine.tokenKnown(token);
+    else
+        machine.tokenUnknown();
+    announce();
+    report(std::nullopt);
+    carryOut(machine.signedOut(cause));
+    if (onServer && token)
+        endOnServer(platform::SecretString(*std::move(token)));
+}
+
+/// Holds the service alone, and outlives the account.
+void Account::Session::endOnServer(const platform::SecretString& token)
+{
+    std::erase_if(serverSignOuts_, [](const auto& task) { return task.finished(); });
+    serverSignOuts_.push_back(platform::Task<void>::start(main_, service.signOut(token)));
+}
+
+void Account::Session::deauthenticate()
+{
+    const auto generation = machine.signOutBegins(now());
+    environmentTokenChangeTask.cancel();
+    generationBegins();
+    auto steps = [](Self self, Generation begun) -> Awaitable<void>
+    {
+        self->requireCurrent(begun);
+        self->signOut(AccountTransitionCause::deauthenticated, false);
+        co_return;
+    };
+    auto work = detail::inOwnTurn<void>(steps(shared_from_this(), generation));
+    platform::Task<void>::start(main_, std::move(work));
+}
+
+platform::Awaitable<void> Account::Session::removeInfo(Self self, Generation generation)
+{
+    std::function<void(SessionStore&)> remove = [generation](SessionStore& store)
+    { store.removeInfo(generation); };
+    auto work = self->onStorage<void>(std::move(remove));
+    co_await std::move(work);
+}
+
+}  // namespace tessera

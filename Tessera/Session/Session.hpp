@@ -1,0 +1,210 @@
+#pragma once
+
+#include "Platform/Concurrency/Task.hpp"
+#include "Platform/Observation/CurrentValueSubject.hpp"
+#include "Tessera/API/AccountService.hpp"
+#include "Tessera/Session/Account.hpp"
+#include "Tessera/Session/AccountHistory.hpp"
+#include "Tessera/Session/SessionMachine.hpp"
+#include "Tessera/Session/SessionStore.hpp"
+#include "Tessera/Session/TaskSlot.hpp"
+#include "Tessera/Tokens/JWTDecoder.hpp"
+
+#include <functional>
+#include <list>
+
+namespace tessera
+{
+
+/// What an `Account` keeps and does. Its coroutines hold it, so that it may outlive the account by
+/// a little: `release` ends its effects, and each coroutine looks after every wait whether its
+/// generation still stands (`requireCurrent`).
+///
+/// Everything happens on the main actor, but for reading and writing the keychain and the history,
+/// which happens on the services' storage executor.
+class Account::Session : public std::enable_shared_from_this<Account::Session>
+{
+public:
+    using Self = std::shared_ptr<Session>;
+    template <class T>
+    using Awaitable = platform::Awaitable<T>;
+
+    Session(AccountEnvironment environment, AccountClient client, platform::Services services);
+
+    /// The second half of construction: begins to follow the own state and other programs.
+    void begin();
+    void release();
+
+    /// Stops the process when the caller is not on the main thread.
+    void requireMain() const;
+
+    /// Which calls a new generation ends.
+    enum class Belongs
+    {
+        toSession,
+        toNobody,
+        beginsOne
+    };
+    template <class T>
+    using Work = std::function<Awaitable<T>(Generation)>;
+
+    /// A call of the host, made now and perhaps awaited later: carried over to the main actor, and
+    /// ended with the account and with the generation that it was made in.
+    template <class T>
+    Awaitable<T> operation(Belongs belongs, Work<T> work);
+
+    Awaitable<void> requestOneTimeCode(platform::SecretString email);
+    Awaitable<AccountState> signIn(platform::SecretString email, platform::SecretString code);
+    Awaitable<void> deleteAccount();
+    Awaitable<void> refresh(bool force);
+    Awaitable<void> consentToTerms(std::string revision, std::string language);
+    Awaitable<void> requestNewsletter();
+    Awaitable<void> serverSignOutEnded();
+    Awaitable<std::vector<AccountTransition>> history();
+
+    void launch();
+    void activate();
+    void signOut(AccountTransitionCause cause, bool onServer);
+    void authenticate(platform::SecretString token);
+    void deauthenticate();
+
+    const AccountEnvironment environment;
+    const AccountClient client;
+    const platform::Services services;
+    SessionMachine machine;
+
+    platform::CurrentValueSubject<AccountState> stateSubject{AccountState::loading()};
+    platform::CurrentValueSubject<NewsletterStatus> newsletterStatus{NewsletterStatus::idle};
+    platform::CurrentValueSubject<std::optional<AccountDiagnostic>> diagnostic{std::nullopt};
+
+private:
+    using Stored = std::optional<platform::SecretBytes>;
+
+    /// A call of the host that has not ended.
+    struct Call
+    {
+        Generation generation;
+        Belongs belongs;
+        std::function<void()> cancel;
+    };
+    /// Keeps a call listed until it ends.
+    class Listed;
+
+    template <class T>
+    static Awaitable<T> carriedOver(Self self, Belongs belongs, Generation captured, Work<T> work);
+    template <class T>
+    static Awaitable<T> onMain(Self self, Belongs belongs, Generation captured, Work<T> work);
+
+    // ---- Session.cpp
+
+    bool isCurrent(Generation generation) const { return generation == machine.generation(); }
+    /// Throws `CancellationError` when the generation has passed.
+    void requireCurrent(Generation generation) const;
+    platform::Date now() const { return services.clock->now(); }
+
+    /// The token of the state. Throws `accountRequired`.
+    platform::SecretString requiredToken() const;
+
+    void generationBegins();
+    void carryOut(const SessionOrders& orders);
+    void publish(AccountTransitionCause cause);
+    void record(AccountTransitionCause cause);
+    void report(std::optional<AccountDiagnostic> noticed) { diagnostic.send(std::move(noticed)); }
+    void report(AccountDiagnosticCode code, const std::exception_ptr& error);
+    void handOff(const AccountState& state);
+    void announce();
+
+    /// Runs what waits for the disk, and comes back.
+    template <class T>
+    Awaitable<T> onStorage(std::function<T(SessionStore&)> work) const;
+
+    // ---- SessionSignIn.cpp
+
+    static Awaitable<AccountState> signInToEnd(Self self, Generation generation,
+                                               Awaitable<AccountState> steps);
+    static Awaitable<AccountState> exchange(Self self, Generation generation,
+                                            platform::SecretString email,
+                                            platform::SecretString code);
+    static Awaitable<AccountState> adopt(Self self, Generation generation,
+                                         platform::SecretString text, bool fromServer);
+    static Awaitable<void> keepToken(Self self, Generation generation, platform::SecretString text,
+                                     bool fromServer);
+    static Awaitable<AccountState> loadAfterSignIn(Self self, Generation generation,
+                                                   AccountTokenJWT token);
+    Generation signInBegins();
+    void signInEnds();
+    void endOnServer(const platform::SecretString& token);
+
+    // ---- SessionRefresh.cpp
+
+    static Awaitable<platform::SecretString> fetchInfo(Self self, Generation generation,
+                                                       platform::SecretString token);
+    AccountInfoJWT verifiedInfo(std::span<const std::byte> text);
+    /// Whether the keychain took it; what it did not take is in the diagnostic.
+    static Awaitable<bool> keepInfo(Self self, Generation generation, platform::SecretString text);
+
+    static Awaitable<void> restore(Self self, Generation generation, AccountTransitionCause cause);
+    /// Joins a restoration that is under way.
+    static Awaitable<void> restoreOnce(Self self, Generation generation);
+    static Awaitable<void> restoreAtLaunch(Self self, Generation generation);
+    void decodeStoredInfo(const platform::Outcome<Stored>& read, StoredSession& session);
+    static Awaitable<void> removeInfo(Self self, Generation generation);
+
+    /// Why a refresh reads the keychain first, if it does.
+    using Restoration = std::optional<AccountTransitionCause>;
+
+    static Awaitable<void> refreshWhenDue(Self self, Generation generation, bool force);
+    void startRefresh(Restoration restoration = std::nullopt);
+    static Awaitable<void> refreshToEnd(Self self, Generation generation, Restoration restoration);
+    static Awaitable<void> loadInfo(Self self, Generation generation);
+    static Awaitable<void> refreshAfterConsent(Self self, Generation generation);
+    void refreshFails(const std::exception_ptr& error, bool notRestored);
+    void scheduleRetry();
+    static Awaitable<void> retryRefresh(Self self, Generation generation);
+    static Awaitable<void> retryAttempt(Self self, Generation generation);
+
+    static Awaitable<void> sendNewsletter(Self self, Generation generation,
+                                          platform::SecretString token);
+
+    // ---- SessionFollowing.cpp
+
+    void keysChanged(const platform::ExternalKeyValueChange& change);
+    void lookForTokenChange(int reads);
+    static Awaitable<void> pollToken(Self self, Generation generation, int reads);
+    static Awaitable<Stored> readToken(Self self);
+    static Awaitable<void> followSignOut(Self self);
+    void followSignIn(Stored token);
+
+    const platform::Executor main_;
+    AccountService service;
+    JWTDecoder jwtDecoder;
+    const std::shared_ptr<SessionStore> store_;
+    const std::shared_ptr<AccountHistory> history_;
+
+    TaskSlot environmentTokenChangeTask;
+    TaskSlot accountRefreshRetryTask;
+    TaskSlot refreshTask;
+    TaskSlot restoreTask_;
+    TaskSlot afterConsentTask_;
+    /// Open for a tenth of a second after each read that an announcement has caused.
+    TaskSlot tokenReadPause_;
+    std::optional<platform::Task<AccountState>> signInTask_;
+    std::vector<platform::Task<void>> serverSignOuts_;
+    std::list<Call> calls_;
+
+    /// What a sign-in has interrupted, to be taken up again if it adopts no token.
+    struct Interrupted
+    {
+        bool restore = false;
+        bool refresh = false;
+        bool tokenChange = false;
+    };
+    Interrupted interrupted_;
+
+    std::optional<boost::uuids::uuid> newsletterUser_;
+    std::unique_ptr<platform::UbiquitousKeyValueStore::Participant> keyValueStore_;
+    std::vector<platform::Subscription> cancellables;
+    bool released_ = false;
+};
+
+}  // namespace tessera

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "Platform/Concurrency/CancellationError.hpp"
+#include "Tessera/Session/Session.hpp"
+
+#include <utility>
+
+namespace tessera
+{
+
+class Account::Session::Listed
+{
+public:
+    Listed(Self session, Call call)
+        : session_(std::move(session)),
+          place_(session_->calls_.insert(session_->calls_.end(), std::move(call)))
+    {}
+    ~Listed() { session_->calls_.erase(place_); }
+    Listed(const Listed&) = delete;
+    Listed& operator=(const Listed&) = delete;
+
+private:
+    const Self session_;
+    const std::list<Call>::iterator place_;
+};
+
+namespace detail
+{
+
+/// The key that announces a change of the token to other programs.
+inline constexpr auto tokenTouched = "net.ostra.account.token.touched";
+
+/// Cancellation is no failure.
+bool isCancellation(const std::exception_ptr& error);
+
+/// Lets the caller go on before `work` begins.
+template <class T>
+platform::Awaitable<T> inOwnTurn(platform::Awaitable<T> work)
+{
+    const auto turn = boost::asio::use_awaitable_t<platform::Executor>();
+    co_await boost::asio::post(turn);
+    co_await platform::checkCancellation();
+    co_return co_await std::move(work);
+}
+
+}  // namespace detail
+
+template <class T>
+platform::Awaitable<T> Account::Session::operation(Belongs belongs, Work<T> work)
+{
+    requireMain();
+    return carriedOver<T>(shared_from_this(), belongs, machine.generation(), std::move(work));
+}
+
+template <class T>
+platform::Awaitable<T> Account::Session::carriedOver(Self self, Belongs belongs,
+                                                     Generation captured, Work<T> work)
+{
+    auto there = onMain<T>(self, belongs, captured, std::move(work));
+    auto wait = platform::runOn<T>(self->main_, std::move(there));
+    co_return co_await std::move(wait);
+}
+
+template <class T>
+platform::Awaitable<T> Account::Session::onMain(Self self, Belongs belongs, Generation captured,
+                                                Work<T> work)
+{
+    if (self->released_)
+        throw platform::CancellationError();
+    if (belongs != Belongs::toNobody)
+        self->requireCurrent(captured);
+    co_await platform::checkCancellation();
+    if (belongs == Belongs::beginsOne)
+        captured = self->signInBegins();
+
+    auto steps = detail::inOwnTurn<T>(work(captured));
+    const auto task = platform::Task<T>::start(self->main_, std::move(steps));
+    if constexpr (std::is_same_v<T, AccountState>)
+        self->signInTask_ = task;
+    const Listed listed(self, {captured, belongs, [task] { task.cancel(); }});
+    auto end = task.valueOfOwnWork();
+    co_return co_await std::move(end);
+}
+
+template <class T>
+platform::Awaitable<T> Account::Session::onStorage(std::function<T(SessionStore&)> work) const
+{
+    auto job = [](std::shared_ptr<SessionStore> store,
+                  std::function<T(SessionStore&)> what) -> Awaitable<T> { co_return what(*store); };
+    return platform::runOn<T>(services.storage, job(store_, std::move(work)));
+}
+
+}  // namespace tessera

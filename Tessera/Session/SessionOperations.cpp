@@ -1,0 +1,131 @@
+#include "Tessera/Model/AccountError.hpp"
+#include "Tessera/Session/SessionCalls.hpp"
+
+namespace tessera
+{
+
+using platform::SecretString;
+
+SecretString Account::Session::requiredToken() const
+{
+    auto token = machine.state().token();
+    if (!token)
+        throw AccountError(AccountError::accountRequired);
+    return *std::move(token);
+}
+
+platform::Awaitable<void> Account::Session::requestOneTimeCode(SecretString email)
+{
+    const auto self = shared_from_this();
+    Work<void> work = [self, email = std::move(email)](Generation)
+    { return self->service.requestOneTimeCode(email); };
+    return operation<void>(Belongs::toNobody, std::move(work));
+}
+
+platform::Awaitable<void> Account::Session::deleteAccount()
+{
+    auto steps = [](Self self, Generation generation) -> Awaitable<void>
+    {
+        auto call = self->service.deleteAccount(self->requiredToken());
+        co_await std::move(call);
+        self->requireCurrent(generation);
+        self->signOut(AccountTransitionCause::deleted, true);
+    };
+    const auto self = shared_from_this();
+    Work<void> work = [self, steps](Generation generation) { return steps(self, generation); };
+    return operation<void>(Belongs::toSession, std::move(work));
+}
+
+platform::Awaitable<void> Account::Session::consentToTerms(std::string revision,
+                                                           std::string language)
+{
+    auto steps = [](Self self, Generation generation, std::string ofRevision,
+                    std::string inLanguage) -> Awaitable<void>
+    {
+        auto handOff = self->service.authenticate(self->requiredToken());
+        co_await std::move(handOff);
+        self->requireCurrent(generation);
+        auto call = self->service.consentToTerms(std::move(ofRevision), std::move(inLanguage));
+        co_await std::move(call);
+        self->requireCurrent(generation);
+        self->afterConsentTask_.start(self->main_, refreshAfterConsent(self, generation));
+    };
+    const auto self = shared_from_this();
+    Work<void> work = [self, steps, revision = std::move(revision),
+                       language = std::move(language)](Generation generation)
+    { return steps(self, generation, revision, language); };
+    return operation<void>(Belongs::toSession, std::move(work));
+}
+
+/// A refresh that was under way may have been answered before the consent.
+platform::Awaitable<void> Account::Session::refreshAfterConsent(Self self, Generation generation)
+{
+    if (self->refreshTask.isRunning())
+    {
+        auto end = self->refreshTask.end();
+        co_await platform::detail::outcomeOf<void>(std::move(end));
+        co_await platform::checkCancellation();
+    }
+    self->requireCurrent(generation);
+    auto refreshing = refreshWhenDue(self, generation, true);
+    co_await std::move(refreshing);
+}
+
+platform::Awaitable<void> Account::Session::sendNewsletter(Self self, Generation generation,
+                                                           SecretString token)
+{
+    auto handOff = self->service.authenticate(std::move(token));
+    co_await std::move(handOff);
+    self->requireCurrent(generation);
+    auto call = self->service.requestNewsletter();
+    co_await std::move(call);
+}
+
+platform::Awaitable<void> Account::Session::requestNewsletter()
+{
+    auto steps = [](Self self, Generation generation) -> Awaitable<void>
+    {
+        auto token = self->requiredToken();
+        const auto user = self->machine.state().uuid();
+        self->newsletterStatus.send(NewsletterStatus::submitting);
+        auto sending = sendNewsletter(self, generation, std::move(token));
+        const auto outcome = co_await platform::detail::outcomeOf<void>(std::move(sending));
+        // The status belongs to the user, not to the session; a released account has none.
+        const bool sameUser = !self->released_ && self->machine.state().uuid() == user;
+        if (sameUser && outcome.succeeded() && self->isCurrent(generation))
+            self->newsletterStatus.send(NewsletterStatus::subscribed);
+        else if (sameUser && self->newsletterStatus.value() == NewsletterStatus::submitting)
+            self->newsletterStatus.send(NewsletterStatus::idle);
+        outcome.get();
+        self->requireCurrent(generation);
+    };
+    const auto self = shared_from_this();
+    Work<void> work = [self, steps](Generation generation) { return steps(self, generation); };
+    return operation<void>(Belongs::toSession, std::move(work));
+}
+
+platform::Awaitable<void> Account::Session::serverSignOutEnded()
+{
+    auto steps = [](std::vector<platform::Task<void>> tasks) -> Awaitable<void>
+    {
+        for (const auto& task : tasks)
+        {
+            auto end = task.value();
+            co_await platform::detail::outcomeOf<void>(std::move(end));
+            co_await platform::checkCancellation();
+        }
+    };
+    requireMain();
+    return steps(serverSignOuts_);
+}
+
+platform::Awaitable<std::vector<AccountTransition>> Account::Session::history()
+{
+    using Transitions = std::vector<AccountTransition>;
+    auto read = [](std::shared_ptr<AccountHistory> history) -> Awaitable<Transitions>
+    { co_return history ? history->read() : Transitions(); };
+    requireMain();
+    return platform::runOn<Transitions>(services.storage, read(history_));
+}
+
+}  // namespace tessera

@@ -1,0 +1,188 @@
+#include "Tessera/API/Backoff.hpp"
+#include "Tessera/API/Retry.hpp"
+#include "Tessera/Model/AccountError.hpp"
+#include "Tessera/Session/SessionCalls.hpp"
+
+namespace tessera
+{
+
+using platform::CancellationError;
+using platform::SecretString;
+
+Generation Account::Session::signInBegins()
+{
+    interrupted_ = {.restore = restoreTask_.isRunning(),
+                    .refresh = refreshTask.isRunning() || accountRefreshRetryTask.isRunning() ||
+                               afterConsentTask_.isRunning(),
+                    .tokenChange = environmentTokenChangeTask.isRunning()};
+    const auto generation = machine.signInBegins();
+    environmentTokenChangeTask.cancel();
+    generationBegins();
+    return generation;
+}
+
+/// A sign-in that has adopted no token leaves everything as it was.
+void Account::Session::signInEnds()
+{
+    machine.signInEnds();
+    signInTask_.reset();
+    const auto interrupted = std::exchange(interrupted_, {});
+    if (interrupted.restore)
+        launch();
+    if (interrupted.refresh && machine.retryCalledFor())
+        scheduleRetry();
+    else if (interrupted.refresh)
+        startRefresh();
+    if (interrupted.tokenChange && !environmentTokenChangeTask.isRunning())
+        lookForTokenChange(4);
+}
+
+platform::Awaitable<AccountState> Account::Session::signIn(SecretString email, SecretString code)
+{
+    const auto self = shared_from_this();
+    Work<AccountState> work =
+        [self, email = std::move(email), code = std::move(code)](Generation generation)
+    { return signInToEnd(self, generation, exchange(self, generation, email, code)); };
+    return operation<AccountState>(Belongs::beginsOne, std::move(work));
+}
+
+platform::Awaitable<AccountState> Account::Session::signInToEnd(Self self, Generation generation,
+                                                                Awaitable<AccountState> steps)
+{
+    auto outcome = co_await platform::detail::outcomeOf<AccountState>(std::move(steps));
+    if (self->isCurrent(generation))
+        self->signInEnds();
+    co_return std::move(outcome).get();
+}
+
+/// The code for a token. One that comes back too late, or too late for a caller who has cancelled,
+/// is a session that nobody uses: the server is told to end it.
+platform::Awaitable<AccountState> Account::Session::exchange(Self self, Generation generation,
+                                                             SecretString email, SecretString code)
+{
+    const auto* profile = self->machine.state().get<AccountProfile>();
+    const bool authenticated = profile && profile->info().isAnonymous();
+    if (authenticated)
+    {
+        auto handOff = self->service.authenticate(profile->token());
+        co_await std::move(handOff);
+        self->requireCurrent(generation);
+    }
+    auto call = self->service.signIn(std::move(email), std::move(code), authenticated);
+    auto text = co_await std::move(call);
+    const auto cancellation = co_await boost::asio::this_coro::cancellation_state;
+    const bool cancelled = cancellation.cancelled() != boost::asio::cancellation_type::none;
+    if (cancelled || !self->isCurrent(generation))
+    {
+        if (!self->released_)
+            self->endOnServer(text);
+        throw CancellationError();
+    }
+    auto adoption = adopt(self, generation, std::move(text), true);
+    co_return co_await std::move(adoption);
+}
+
+platform::Awaitable<AccountState> Account::Session::adopt(Self self, Generation generation,
+                                                          SecretString text, bool fromServer)
+{
+    auto token = self->jwtDecoder.decode<AccountToken>(text.bytes());
+    auto keeping = keepToken(self, generation, std::move(text), fromServer);
+    co_await std::move(keeping);
+    self->interrupted_ = {};
+    self->announce();
+    auto loading = loadAfterSignIn(self, generation, std::move(token));
+    co_return co_await std::move(loading);
+}
+
+/// Written before anything else: a program that is killed from now on is signed in. A token that
+/// was not written, or came too late to be, is signed out on the server that issued it.
+platform::Awaitable<void> Account::Session::keepToken(Self self, Generation generation,
+                                                      SecretString text, bool fromServer)
+{
+    std::function<bool(SessionStore&)> write = [generation, text](SessionStore& store)
+    { return store.writeToken(generation, text); };
+    auto writing = self->onStorage<bool>(std::move(write));
+    const auto written = co_await platform::detail::outcomeOf<bool>(std::move(writing));
+    if (written.succeeded() && written.get() && self->isCurrent(generation))
+    {
+        self->machine.tokenKnown(platform::SecretBytes(text.bytes()));
+        co_return;
+    }
+    const bool unused = !written.succeeded() || !written.get();
+    if (fromServer && unused && !self->released_)
+        self->endOnServer(text);
+    self->requireCurrent(generation);
+    std::rethrow_exception(written.error());
+}
+
+platform::Awaitable<AccountState> Account::Session::loadAfterSignIn(Self self,
+                                                                    Generation generation,
+                                                                    AccountTokenJWT token)
+{
+    std::optional<AccountInfoJWT> info;
+    std::exception_ptr failure;
+    try
+    {
+        std::function<Awaitable<SecretString>()> fetch = [self, generation, text = token.string]
+        { return fetchInfo(self, generation, text); };
+        auto delays = Backoff::exponential(2, RetryDelay::seconds(1)).makeIterator();
+        std::function<RetryAction(std::exception_ptr)> decision =
+            [delays](const std::exception_ptr& error) mutable
+        {
+            return detail::isCancellation(error) ? RetryAction::stop()
+                                                 : RetryAction::backoff(delays.next());
+        };
+        auto fetching =
+            retry<SecretString>(5, std::move(fetch), std::move(decision), self->services.clock);
+        const auto text = co_await std::move(fetching);
+        info = self->verifiedInfo(text.bytes());
+    }
+    catch (...)
+    {
+        failure = std::current_exception();
+    }
+    self->requireCurrent(generation);
+    if (failure)
+    {
+        // The token is stored, so the session stands; a caller who has cancelled sees no message.
+        const bool cancelled = detail::isCancellation(failure);
+        std::optional<std::string> message;
+        if (!cancelled)
+            message = infoErrorMessage(platform::describe(failure));
+        self->carryOut(
+            self->machine.signedInWithoutInfo(std::move(token), std::move(message), self->now()));
+        if (cancelled)
+            throw CancellationError();
+        co_return self->machine.state();
+    }
+    if (info->payload.user != token.payload.user)
+    {
+        self->signOut(AccountTransitionCause::otherUsersInfo, true);
+        co_return self->machine.state();
+    }
+    auto keeping = keepInfo(self, generation, info->string);
+    const bool kept = co_await std::move(keeping);
+    self->requireCurrent(generation);
+    if (kept && self->diagnostic.value())
+        self->report(std::nullopt);
+    self->carryOut(self->machine.signedIn(std::move(token), *std::move(info), self->now()));
+    co_return self->machine.state();
+}
+
+void Account::Session::authenticate(SecretString token)
+{
+    const auto self = shared_from_this();
+    const auto generation = signInBegins();
+    auto adoption = [](Self session, Generation begun, SecretString text) -> Awaitable<AccountState>
+    {
+        auto steps = signInToEnd(session, begun, adopt(session, begun, std::move(text), false));
+        auto outcome = co_await platform::detail::outcomeOf<AccountState>(std::move(steps));
+        if (!outcome.succeeded() && !detail::isCancellation(outcome.error()))
+            session->report(AccountDiagnosticCode::authenticationFailed, outcome.error());
+        co_return std::move(outcome).get();
+    };
+    auto work = detail::inOwnTurn<AccountState>(adoption(self, generation, std::move(token)));
+    signInTask_ = platform::Task<AccountState>::start(main_, std::move(work));
+}
+
+}  // namespace tessera

@@ -1,0 +1,136 @@
+#include "Tessera/Session/SessionStore.hpp"
+
+#include "Platform/Basics/Fatal.hpp"
+#include "Tessera/Model/AccountError.hpp"
+
+namespace tessera
+{
+namespace
+{
+
+using platform::SecretBytes;
+using valet::KeychainError;
+
+constexpr auto tokenKey = "Token";
+constexpr auto infoKey = "Info";
+
+valet::Identifier identifier(const std::string& text)
+{
+    auto made = valet::Identifier::make(text);
+    if (!made)
+        platform::fatal("A localizedKeychainIdentifier of the environment or the client is empty");
+    return *std::move(made);
+}
+
+std::shared_ptr<valet::Valet> environmentStore(const std::string& name,
+                                               std::shared_ptr<platform::Keychain> keychain)
+{
+    const auto group = valet::SharedGroupIdentifier::make("group", "net.ostra.account");
+    return valet::Valet::iCloudSharedGroupValetWithExplicitlySet(
+        group.value(), identifier(name), valet::CloudAccessibility::afterFirstUnlock,
+        std::move(keychain));
+}
+
+std::optional<SecretBytes> object(const valet::Valet& store, const char* key)
+{
+    try
+    {
+        return store.object(key);
+    }
+    catch (const KeychainError& error)
+    {
+        if (error.errorCase() == KeychainError::itemNotFound)
+            return std::nullopt;
+        throw AccountError(AccountError::keychainAccess);
+    }
+}
+
+/// False when the item may still be there.
+bool remove(valet::Valet& store, const char* key)
+{
+    try
+    {
+        store.removeObject(key);
+        return true;
+    }
+    catch (const KeychainError&)
+    {
+        return false;
+    }
+}
+
+}  // namespace
+
+SessionStore::SessionStore(const std::string& environmentIdentifier,
+                           const std::string& clientIdentifier,
+                           std::shared_ptr<platform::Keychain> keychain)
+    : environmentValet(environmentStore(environmentIdentifier, keychain)),
+      clientValet(valet::Valet::valetWithExplicitlySet(
+          identifier(clientIdentifier), valet::Accessibility::afterFirstUnlock, keychain))
+{}
+
+std::optional<SecretBytes> SessionStore::token() const
+{
+    const std::lock_guard lock(mutex_);
+    return object(*environmentValet, tokenKey);
+}
+
+std::optional<SecretBytes> SessionStore::info() const
+{
+    const std::lock_guard lock(mutex_);
+    return object(*clientValet, infoKey);
+}
+
+bool SessionStore::write(const Store& store, const char* key, Generation generation,
+                         const platform::SecretString& text)
+{
+    const std::lock_guard lock(mutex_);
+    if (generation != generation_)
+        return false;
+    try
+    {
+        store->setObject(text.bytes(), key);
+        return true;
+    }
+    catch (const KeychainError&)
+    {
+        throw AccountError(AccountError::keychainAccess);
+    }
+}
+
+bool SessionStore::writeToken(Generation generation, const platform::SecretString& token)
+{
+    return write(environmentValet, tokenKey, generation, token);
+}
+
+bool SessionStore::writeInfo(Generation generation, const platform::SecretString& info)
+{
+    return write(clientValet, infoKey, generation, info);
+}
+
+void SessionStore::removeInfo(Generation generation)
+{
+    const std::lock_guard lock(mutex_);
+    if (generation == generation_)
+        static_cast<void>(remove(*clientValet, infoKey));
+}
+
+SessionStore::Removal SessionStore::signOut(Generation generation)
+{
+    generationBegins(generation);
+    const std::lock_guard lock(mutex_);
+    Removal removal;
+    try
+    {
+        removal.token = object(*environmentValet, tokenKey);
+    }
+    catch (const AccountError&)
+    {
+        // Counts as no token: there is none that the server could be told of.
+    }
+    removal.removed = remove(*environmentValet, tokenKey);
+    static_cast<void>(remove(*clientValet, infoKey));
+    return removal;
+}
+
+}  // namespace tessera

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Tessera/Session/SessionMachine.hpp"
+#include "Valet/Valet.hpp"
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+namespace tessera
+{
+
+/// The items of a session in the keychain: "Token", which all programs of the environment share,
+/// and "Info", the client's own. Any thread calls it; calls take turns and wait for the disk.
+///
+/// What an older generation wants to write or remove is left undone, from the moment that a newer
+/// one has begun. Reading throws `AccountError::keychainAccess` for everything but "no such item".
+class SessionStore
+{
+public:
+    /// An empty identifier stops the process.
+    SessionStore(const std::string& environmentIdentifier, const std::string& clientIdentifier,
+                 std::shared_ptr<platform::Keychain> keychain);
+
+    std::optional<platform::SecretBytes> token() const;
+    std::optional<platform::SecretBytes> info() const;
+
+    /// Whether it was written: false for an older generation. Throws `keychainAccess`.
+    bool writeToken(Generation generation, const platform::SecretString& token);
+    bool writeInfo(Generation generation, const platform::SecretString& info);
+
+    /// Nothing is said about success.
+    void removeInfo(Generation generation);
+
+    /// Does not wait: a write that is under way may still end.
+    void generationBegins(Generation generation) { generation_ = generation; }
+
+    struct Removal
+    {
+        /// What was stored, if it could be read.
+        std::optional<platform::SecretBytes> token;
+        /// Whether nothing is stored any more.
+        bool removed = false;
+    };
+    /// Removes both items after what is under way; the order in which that waits is the reason
+    /// that no older write comes after it.
+    Removal signOut(Generation generation);
+
+private:
+    using Store = std::shared_ptr<valet::Valet>;
+
+    bool write(const Store& store, const char* key, Generation generation,
+               const platform::SecretString& text);
+
+    const Store environmentValet;
+    const Store clientValet;
+    mutable std::mutex mutex_;
+    std::atomic<Generation> generation_ = 0;
+};
+
+}  // namespace tessera
