@@ -60,7 +60,7 @@ void makeFileOnce(FileLayer& files, const std::filesystem::path& draft,
     // A second name instead of a rename: it never takes the place of a file that is there.
     require(files.link(draft, file), "Cannot create ", file);
     discardDraft(files, draft);
-    require(files.syncFolder(file.parent_path()), "Cannot sync the folder ", file.parent_path());
+    syncFolder(files, file.parent_path());
 }
 
 void replaceFile(FileLayer& files, const std::filesystem::path& draft,
@@ -68,7 +68,12 @@ void replaceFile(FileLayer& files, const std::filesystem::path& draft,
 {
     writeDraft(files, draft, content);
     require(files.rename(draft, file), "Cannot replace ", file);
-    require(files.syncFolder(file.parent_path()), "Cannot sync the folder ", file.parent_path());
+    syncFolder(files, file.parent_path());
+}
+
+void syncFolder(FileLayer& files, const std::filesystem::path& folder)
+{
+    require(files.syncFolder(folder), "Cannot sync the folder ", folder);
 }
 
 void discardDraft(FileLayer& files, const std::filesystem::path& draft)

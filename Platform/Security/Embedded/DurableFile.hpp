@@ -23,6 +23,9 @@ void replaceFile(FileLayer& files, const std::filesystem::path& draft,
                  const std::filesystem::path& file, std::span<const std::byte> content);
 void discardDraft(FileLayer& files, const std::filesystem::path& draft);
 
+/// Makes the names in the folder durable: a file that was found is then found again.
+void syncFolder(FileLayer& files, const std::filesystem::path& folder);
+
 /// The file's bytes, of which there must not be more than `limit`; nothing where there is no file.
 std::optional<SecretBytes> readPrivateFile(const std::filesystem::path& file, std::size_t limit);
 

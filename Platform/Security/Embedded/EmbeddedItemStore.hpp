@@ -14,6 +14,7 @@ namespace platform
 {
 
 class FileLayer;
+class StoreAccess;
 
 /// The keychain's items in one encrypted file of the user's, shared by all programs of the user.
 ///
@@ -86,8 +87,7 @@ public:
     void close() noexcept;
 
 private:
-    class State;
-    const std::unique_ptr<State> state_;
+    const std::unique_ptr<StoreAccess> access_;
 };
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #include "Platform/Security/Embedded/StoreFolder.hpp"
 
+#include "Platform/Security/Embedded/DurableFile.hpp"
 #include "Platform/Security/Embedded/FileLayer.hpp"
 #include "Platform/Security/Embedded/StoreFault.hpp"
 
@@ -32,18 +33,26 @@ std::optional<struct stat> look(const std::filesystem::path& path)
                      std::move(nextStep));
 }
 
-void requirePrivate(const std::filesystem::path& path, const struct stat& found, mode_t type)
+void requirePrivate(const std::filesystem::path& path, const struct stat& found, bool isFolder)
 {
-    const bool folder = type == S_IFDIR;
-    if (S_ISLNK(found.st_mode))
-        refuse(path, " is a symbolic link.", "Put the real one in its place.");
-    if ((found.st_mode & S_IFMT) != type)
-        refuse(path, folder ? " is not a folder." : " is not a regular file.", "Move it away.");
-    if (found.st_uid != ::geteuid())
-        refuse(path, " belongs to another user.", "Give it to the user who runs the program.");
-    if ((found.st_mode & 077) != 0)
-        refuse(path, " is open to other users.",
-               (folder ? "Run: chmod 700 " : "Run: chmod 600 ") + path.string());
+    using enum EmbeddedFile::Condition;
+    switch (conditionOf(found, isFolder))
+    {
+        case symbolicLink:
+            refuse(path, " is a symbolic link.", "Put the real one in its place.");
+        case otherKind:
+            refuse(path, isFolder ? " is not a folder." : " is not a regular file.",
+                   "Move it away.");
+        case otherOwner:
+            refuse(path, " belongs to another user.", "Give it to the user who runs the program.");
+        case openToOthers:
+            refuse(path, " is open to other users.",
+                   (isFolder ? "Run: chmod 700 " : "Run: chmod 600 ") + path.string());
+        case missing:
+        case unseen:
+        case proper:
+            break;
+    }
 }
 
 void makeFolder(const std::filesystem::path& folder, FileLayer& files)
@@ -57,8 +66,7 @@ void makeFolder(const std::filesystem::path& folder, FileLayer& files)
             return;  // another program was faster
         throw StoreFault::ofSystem("Cannot make the folder " + folder.string(), errno);
     }
-    if (files.syncFolder(parent) != 0)
-        throw StoreFault::ofSystem("Cannot sync the folder " + parent.string(), errno);
+    syncFolder(files, parent);
 }
 
 FileFacts brief(const struct stat& found)
@@ -68,18 +76,17 @@ FileFacts brief(const struct stat& found)
 
 }  // namespace
 
-StorePlaces::StorePlaces(std::filesystem::path data, std::filesystem::path settings)
-    : dataFolder(std::move(data)),
-      keyFolder(std::move(settings)),
-      database(dataFolder / "keychain.db"),
-      databaseDraft(dataFolder / "keychain.db.new"),
-      log(dataFolder / "keychain.db-wal"),
-      logIndex(dataFolder / "keychain.db-shm"),
-      rollback(dataFolder / "keychain.db-journal"),
-      key(keyFolder / "keychain.key"),
-      keyDraft(keyFolder / "keychain.key.new"),
-      lock(keyFolder / "keychain.lock")
-{}
+EmbeddedFile::Condition conditionOf(const struct stat& found, bool isFolder) noexcept
+{
+    using enum EmbeddedFile::Condition;
+    if (S_ISLNK(found.st_mode))
+        return symbolicLink;
+    if (isFolder ? !S_ISDIR(found.st_mode) : !S_ISREG(found.st_mode))
+        return otherKind;
+    if (found.st_uid != ::geteuid())
+        return otherOwner;
+    return (found.st_mode & 077) != 0 ? openToOthers : proper;
+}
 
 std::optional<FileFacts> factsOf(const std::filesystem::path& file)
 {
@@ -92,7 +99,7 @@ std::optional<FileFacts> privateFactsOf(const std::filesystem::path& file)
     const auto found = look(file);
     if (!found)
         return std::nullopt;
-    requirePrivate(file, *found, S_IFREG);
+    requirePrivate(file, *found, false);
     return brief(*found);
 }
 
@@ -109,7 +116,7 @@ void requirePrivateFolder(const std::filesystem::path& folder, FileLayer& files)
     }
     if (!found)
         refuse(folder, " vanished while it was made.", "Try again.");
-    requirePrivate(folder, *found, S_IFDIR);
+    requirePrivate(folder, *found, true);
 }
 
 void syncAbove(const std::filesystem::path& folder, FileLayer& files)
@@ -120,8 +127,7 @@ void syncAbove(const std::filesystem::path& folder, FileLayer& files)
         struct stat found{};
         if (::stat(parent.c_str(), &found) != 0 || found.st_uid != ::geteuid())
             return;
-        if (files.syncFolder(parent) != 0)
-            throw StoreFault::ofSystem("Cannot sync the folder " + parent.string(), errno);
+        syncFolder(files, parent);
     }
 }
 

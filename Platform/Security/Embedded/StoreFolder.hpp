@@ -1,5 +1,9 @@
 #pragma once
 
+#include "Platform/Security/Embedded/EmbeddedInspection.hpp"
+#include "Platform/Security/Embedded/StorePlaces.hpp"
+
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <filesystem>
@@ -9,18 +13,6 @@ namespace platform
 {
 
 class FileLayer;
-
-/// Where the files of one store lie. A draft becomes the file it is named after, or is thrown away.
-struct StorePlaces
-{
-    StorePlaces(std::filesystem::path dataFolder, std::filesystem::path keyFolder);
-
-    std::filesystem::path dataFolder, keyFolder;
-    std::filesystem::path database, databaseDraft;
-    /// SQLite's write-ahead log, its index and its rollback journal.
-    std::filesystem::path log, logIndex, rollback;
-    std::filesystem::path key, keyDraft, lock;
-};
 
 /// What stands under a name, looked at without opening it: a database file that is opened and
 /// closed beside SQLite loses the process's locks on it.
@@ -35,6 +27,9 @@ struct FileFacts
         return device == other.device && number == other.number;
     }
 };
+
+/// What speaks against something that stands in a place for a file or a folder.
+EmbeddedFile::Condition conditionOf(const struct stat& found, bool isFolder) noexcept;
 
 /// Nothing where there is no such file. Throws `StoreFault` where it cannot be told.
 std::optional<FileFacts> factsOf(const std::filesystem::path& file);

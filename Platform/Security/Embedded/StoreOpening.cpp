@@ -48,11 +48,14 @@ SecretString passphrase(const Configuration& configuration, const Patience& pati
 }
 
 std::optional<FoundKey> findKey(const StorePlaces& places, const Configuration& configuration,
-                                const Patience& patience)
+                                FileLayer& files, const Patience& patience)
 {
     auto bytes = readKey(places);
     if (!bytes)
         return std::nullopt;
+    // Whoever put it in place may have been killed before the sync: a passphrase that has opened
+    // the store must still do so after a power cut.
+    syncFolder(files, places.keyFolder);
     auto file = KeyFile::decoded(bytes->view());
     auto key =
         file.unwrapped(file.isWrapped() ? passphrase(configuration, patience) : SecretString());
@@ -184,7 +187,7 @@ std::unique_ptr<OpenStore> openStore(const Configuration& configuration, FileLay
     for (;;)
     {
         // Passphrases take time, of the user's too, so that the key is made ready before the lock.
-        auto found = findKey(places, configuration, patience);
+        auto found = findKey(places, configuration, files, patience);
         if (found && isSettled(*found, places))
             return std::make_unique<OpenStore>(places, configuration, found->key, patience);
 

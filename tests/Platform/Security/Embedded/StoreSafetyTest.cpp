@@ -1,9 +1,12 @@
+#include "Platform/Security/Embedded/EmbeddedInspection.hpp"
 #include "tests/Platform/Security/Embedded/EmbeddedStoreHost.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <variant>
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,6 +19,17 @@ using namespace platform;
 using enum KeychainStatus;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
+
+/// Whether an inspection, which opens nothing, finds nothing wrong either.
+bool looksProper(const StorePlaces& places)
+{
+    using enum EmbeddedFile::Condition;
+    const auto files = inspectFiles(places);
+    const EmbeddedFile all[] = {files.dataFolder, files.keyFolder, files.database, files.log,
+                                files.logIndex,   files.rollback,  files.key,      files.lock};
+    return std::ranges::all_of(all, [](const EmbeddedFile& file)
+                               { return file.condition == proper || file.condition == missing; });
+}
 
 void moveBehindLink(const fs::path& path)
 {
@@ -86,7 +100,9 @@ TEST(StoreSafety, RefusesWhatIsNotTheUsersAlone)
             auto store = host.open();
             ASSERT_EQ(put(store, "key", "value"), success);
         }
+        EXPECT_TRUE(looksProper(host.places));
         refusal.spoil(host.places);
+        EXPECT_FALSE(looksProper(host.places));
         auto store = host.open();
 
         EXPECT_EQ(valueOf(store, "key"), "= -25291");
@@ -95,6 +111,28 @@ TEST(StoreSafety, RefusesWhatIsNotTheUsersAlone)
                     testing::AllOf(HasSubstr(refusal.cause), HasSubstr(refusal.nextStep)));
         EXPECT_EQ(put(store, "absent", "value"), notAvailable);
     }
+}
+
+TEST(StoreSafety, AnInspectionTellsWhatIsThereOrWhyItCannotBeTold)
+{
+    EmbeddedStoreHost host;
+    EXPECT_EQ(inspectKey(host.places), Inspected<EmbeddedKey>(EmbeddedKey{}));
+    EXPECT_FALSE(fs::exists(host.places.keyFolder));
+    {
+        auto store = host.open();
+        ASSERT_EQ(put(store, "key", "value"), success);
+        ASSERT_EQ(put(store, "other key", "value"), success);
+    }
+
+    EXPECT_EQ(inspectKey(host.places),
+              Inspected<EmbeddedKey>(EmbeddedKey{.isThere = true, .isWrapped = false}));
+    const EmbeddedContent expected{.format = 1, .oldestReader = 1, .items = 2};
+    EXPECT_EQ(inspectContent(host.configuration()), Inspected<EmbeddedContent>(expected));
+
+    EmbeddedStoreHost::setContent(host.places.key, "no key");
+    for (const auto& fault : {std::get<Diagnostic>(inspectKey(host.places)),
+                              std::get<Diagnostic>(inspectContent(host.configuration()))})
+        EXPECT_THAT(fault.cause, HasSubstr("key file is damaged"));
 }
 
 TEST(StoreSafety, FollowsLinksAboveItsFolders)
