@@ -123,8 +123,17 @@ std::optional<SecretString> readLineFrom(int descriptor, const Interrupts& inter
 SecretString readInput(std::size_t limit, const Interrupts& interrupts)
 {
     SecretString text;
-    while (text.size() <= limit && readMore(text, STDIN_FILENO, pieceSize, interrupts))
-        ;
+    try
+    {
+        while (text.size() <= limit && readMore(text, STDIN_FILENO, pieceSize, interrupts))
+            ;
+    }
+    catch (const std::system_error& error)
+    {
+        throw Failure({ExitCode::usage, "unreadableInput",
+                       "Standard input cannot be read (" + error.code().message() + ").",
+                       "Check what it was redirected to."});
+    }
     return text;
 }
 

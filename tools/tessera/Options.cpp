@@ -184,18 +184,32 @@ KeychainCommand keychainCommandFrom(const CLI::App& app, const Values& values,
 /// the rest may be a code or an address.
 std::string sentence(const CLI::ParseError& error, const CLI::App& app)
 {
-    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
-    {
+    const bool isExtra = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    // An option that is mistyped explains what is missing, too.
+    if (isExtra || dynamic_cast<const CLI::RequiredError*>(&error) != nullptr)
         for (const auto& extra : app.remaining(true))
-            if (extra.starts_with("--"))
+            if (extra.starts_with("--") && extra.size() > 2)
                 return "The option " + extra.substr(0, extra.find('=')) + " is not known here.";
+    if (isExtra)
         return "There is an argument that is not expected here.";
-    }
     std::string text = error.what();
     text = text.substr(0, text.find('\n'));
     while (text.ends_with('.'))
         text.pop_back();
     return text + ".";
+}
+
+/// Of the innermost subcommand that was recognised.
+std::string helpOf(const CLI::App& app)
+{
+    std::string words = app.get_name();
+    const auto* innermost = &app;
+    while (!innermost->get_subcommands().empty())
+    {
+        innermost = innermost->get_subcommands().front();
+        words += " " + innermost->get_name();
+    }
+    return "See \"" + words + " --help\".";
 }
 
 }  // namespace
@@ -239,7 +253,7 @@ std::variant<Command, KeychainCommand, std::string> parseOptions(int count,
     }
     catch (const CLI::ParseError& error)
     {
-        refuse(sentence(error, app), "See \"tessera --help\".");
+        refuse(sentence(error, app), helpOf(app));
     }
     if (keychain.used())
         return keychainCommandFrom(app, values, keychain);

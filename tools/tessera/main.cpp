@@ -6,6 +6,8 @@
 #include "tools/tessera/Printing.hpp"
 #include "tools/tessera/keychain/KeychainPrinting.hpp"
 
+#include <fcntl.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -82,6 +84,10 @@ int execute(const KeychainCommand& command)
     catch (...)
     {
         auto report = currentReport(interrupts.signal());
+        // More exact than what the keychain made of it, whose lines would say the same again.
+        const auto unasked = host.asking().unasked();
+        if (unasked && report.exitCode == ExitCode::keychain)
+            return failed(*unasked, command.json);
         for (auto& diagnostic : host.log().take())
             report.diagnostics.push_back(std::move(diagnostic));
         return failed(report, command.json);
@@ -106,11 +112,21 @@ int run(int count, char** arguments)
     }
 }
 
+/// A standard descriptor that the caller closed would else be the number of the next file that is
+/// opened, and the output would go there. What takes its place fails as the closed one would.
+void occupyStandardDescriptors()
+{
+    for (const int descriptor : {0, 1, 2})
+        if (::fcntl(descriptor, F_GETFD) < 0)
+            ::open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY);
+}
+
 }  // namespace
 
 int main(int count, char** arguments)
 {
     // A reader that went away is an output that cannot be written, not the end of the process.
     std::signal(SIGPIPE, SIG_IGN);
+    occupyStandardDescriptors();
     return run(count, arguments);
 }

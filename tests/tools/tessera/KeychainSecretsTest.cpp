@@ -90,7 +90,8 @@ TEST(KeychainPasscode, IsTypedUnseenAndAskedForWithTheReason)
     EXPECT_THAT(reading.screen(), HasSubstr("Sign the letter\r\nPasscode: \r\n"));
     EXPECT_THAT(reading.screen(), HasSubstr("value\r\n"));
     EXPECT_EQ(away.output, "");
-    EXPECT_NE(away.exitCode, 0) << "nobody was there to be asked";
+    EXPECT_EQ(away.exitCode, 2) << "nobody was there to be asked";
+    EXPECT_THAT(away.errors, HasSubstr("--passcode-fd"));
 }
 
 TEST(KeychainPasscode, OfTwoDifferentOnesNeitherIsSet)
@@ -158,6 +159,23 @@ TEST(KeychainPassphrase, LocksTheKeyUntilItIsGiven)
     EXPECT_EQ(home.keychain(get).output, "value");
     for (const auto& ended : {set, twice, locked, right, wrong, wrongChange, changed, removed})
         EXPECT_THAT(ended.output + ended.errors, Not(HasSubstr("secret")));
+}
+
+TEST(KeychainPassphrase, FromItsDescriptorLeavesStandardInputAlone)
+{
+    const KeychainHome home;
+    const auto at = [&](Arguments words, const std::string& given, const std::string& input = "")
+    {
+        const auto ended = home.keychain(with(words, {"--passphrase-fd", "3"}), input, given);
+        return std::to_string(ended.exitCode) + ended.errors;
+    };
+
+    EXPECT_EQ(at({"passphrase", "set"}, "first\n"), "0");
+    EXPECT_EQ(at({"passphrase", "change"}, "first\n", "second\n"), "0");
+    EXPECT_EQ(at({"unlock"}, "second\n"), "0");
+    EXPECT_THAT(home.keychain({"unlock"}).errors, HasSubstr("--passphrase-fd"));
+    EXPECT_EQ(at({"passphrase", "remove"}, "second\n"), "0");
+    EXPECT_FALSE(home.keychain({"passphrase", "status", "--json"}).json().at("set").as_bool());
 }
 
 TEST(KeychainPassphrase, IsAskedForAtATerminalAndWrapsAFirstKeyToo)

@@ -7,7 +7,10 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 namespace commandline
 {
@@ -145,7 +148,11 @@ TEST(KeychainCommand, TellsTheClassOfEachErrorByItsExitCode)
         {{"remove", "--id", "a", "--all"}, 2, "usage", "notConfirmed"},
         {{"passphrase", "set", "--keychain", "secret-service"}, 2, "usage", "noPassphrase"},
         {{"passcode"}, 2, "usage", "usage"},
-        {{"set", "--id", "a", longKey}, 10, "keychain", "KeychainError.couldNotAccessKeychain"},
+        {{"set", "--id", "a", longKey}, 2, "usage", "usage"},
+        {{"set", "--id", "a", "\xFF"}, 2, "usage", "usage"},
+        {{"list", "--id", "\xFF"}, 2, "usage", "usage"},
+        {{"list", "--program", "\xFF"}, 2, "usage", "usage"},
+        {{"list", "--passphrase-fd", "hidden"}, 2, "usage", "usage"},
         {{"set", "--id", "a", "key", "--group", "net.ostra.Tessera.internal"},
          10,
          "keychain",
@@ -188,6 +195,30 @@ TEST(KeychainCommand, TellsTheClassOfEachErrorByItsExitCode)
             EXPECT_FALSE(told.at("diagnostics").as_array().empty());
         }
     }
+}
+
+TEST(KeychainCommand, TakesNoFileOfItsOwnForADescriptorThatTheCallerClosed)
+{
+    const KeychainHome home;
+    ASSERT_EQ(home.keychain({"set", "draft", "--id", "Notes"}, "value").exitCode, 0);
+    std::string environment;
+    for (const auto& variable : home.surroundings().variables)
+        environment += "export '" + variable + "'; ";
+    const std::pair<const char*, int> cases[] = {
+        {"set draft --id Notes <&-", 2},      {"get draft --id Notes >&-", 1},
+        {"get draft --id Notes >&- 2>&-", 1}, {"list --passphrase-fd 3 </dev/null", 2},
+        {"list --passphrase-fd 4", 2},        {"list --passphrase-fd 7", 2},
+        {"list --passphrase-fd 8", 2},
+    };
+    for (const auto& [words, exitCode] : cases)
+    {
+        // Ended by force if it waits for what never comes.
+        const auto line = environment + "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- >/dev/null; " +
+                          "exec timeout -k 1 20 " + TESSERA_PROGRAM + " keychain " + words;
+        const int status = std::system(line.c_str());
+        EXPECT_EQ(WEXITSTATUS(status), exitCode) << words;
+    }
+    EXPECT_EQ(home.keychain({"get", "draft", "--id", "Notes"}).output, "value");
 }
 
 TEST(KeychainCommand, RemovesAllOnlyWhenConfirmed)

@@ -113,7 +113,10 @@ std::optional<SecretString> Asking::givenPassphrase() const
 std::optional<SecretString> Asking::passphrase() const
 {
     if (!canAsk())
+    {
+        lack_ = Lack::passphrase;
         return std::nullopt;
+    }
     return secretly("Passphrase of the keychain: ");
 }
 
@@ -128,18 +131,46 @@ std::optional<SecretString> Asking::passcode(const std::string& reason,
     if (command_.passcodeDescriptor)
         return lineOf(*command_.passcodeDescriptor, "passcode");
     if (!canAsk())
+    {
+        lack_ = Lack::passcode;
         return std::nullopt;
+    }
     return secretly(lineOfReason(reason) + "Passcode: ", ended);
 }
 
 bool Asking::presence(const std::string& reason, const std::stop_token& ended) const
 {
     if (!canAsk())
+    {
+        lack_ = Lack::presence;
         return false;
+    }
     const BlockingWork::Question asking(work_);
     ask(lineOfReason(reason) + "Press Enter to release the value, Ctrl-C to keep it: ", interrupts_,
         ended);
     return true;
+}
+
+std::optional<Report> Asking::unasked() const
+{
+    switch (lack_)
+    {
+        case Lack::nothing:
+            break;
+        case Lack::passphrase:
+            return Report{ExitCode::keychain, "KeychainError.couldNotAccessKeychain",
+                          "The keychain is locked: its passphrase was not given.",
+                          "Give it with --passphrase-fd N, or run this at a terminal."};
+        case Lack::passcode:
+            return Report{ExitCode::usage, "noTerminal",
+                          "There is no terminal at which to ask for the passcode.",
+                          "Give it with --passcode-fd N, or run this at a terminal."};
+        case Lack::presence:
+            return Report{ExitCode::usage, "noTerminal",
+                          "There is no terminal at which the user could agree.",
+                          "Run this at a terminal."};
+    }
+    return std::nullopt;
 }
 
 void Asking::confirm(const std::string& question, const std::string& word) const

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "Platform/Security/Authentication/Authenticator.hpp"
+#include "tools/tessera/Failure.hpp"
 #include "tools/tessera/keychain/BlockingWork.hpp"
 #include "tools/tessera/keychain/KeychainCommand.hpp"
 
+#include <atomic>
 #include <optional>
 #include <string>
 
@@ -41,6 +43,10 @@ public:
     /// Shows the question and waits for the Enter key; false without a terminal.
     bool presence(const std::string& reason, const std::stop_token& ended) const;
 
+    /// What there was no terminal for, and how to give it otherwise; nothing as long as everything
+    /// could be asked. For whoever tells of the failure that followed from it.
+    std::optional<Report> unasked() const;
+
     /// Asks for a word that only somebody who means it types. Throws `Failure` otherwise.
     void confirm(const std::string& question, const std::string& word) const;
 
@@ -50,7 +56,16 @@ private:
     platform::SecretString lineOfInput(const std::string& name) const;
     platform::SecretString lineOf(int descriptor, const std::string& name) const;
 
+    enum class Lack
+    {
+        nothing,
+        passphrase,
+        passcode,
+        presence,
+    };
+
     const KeychainCommand& command_;
+    mutable std::atomic<Lack> lack_ = Lack::nothing;
     Interrupts& interrupts_;
     BlockingWork& work_;
 };

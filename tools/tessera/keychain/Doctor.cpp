@@ -57,7 +57,7 @@ void examineContent(const KeychainCommand& command, KeychainHost& host,
     host.log().take();
 }
 
-Finding formatFound(const EmbeddedFormat& found)
+Finding formatFound(const platform::EmbeddedContent& found)
 {
     return {"embedded.format", State::good,
             "The database has format " + std::to_string(found.format) +
@@ -87,7 +87,7 @@ void examineCopy(const KeychainCommand& command, KeychainHost& host, const Embed
     try
     {
         const auto configuration = host.embeddedConfiguration(copy.places());
-        findings.push_back(formatFound(formatOf(configuration)));
+        findings.push_back(formatFound(contentOf(configuration)));
         examineContent(command, host, std::make_shared<platform::EmbeddedItemStore>(configuration),
                        findings);
     }

@@ -1,10 +1,5 @@
 #include "tools/tessera/keychain/EmbeddedFiles.hpp"
 
-#include "Platform/Security/Embedded/DurableFile.hpp"
-#include "Platform/Security/Embedded/FileLayer.hpp"
-#include "Platform/Security/Embedded/KeyFile.hpp"
-#include "Platform/Security/Embedded/OpenStore.hpp"
-#include "Platform/Security/Embedded/StoreFault.hpp"
 #include "tools/tessera/Failure.hpp"
 
 #include <sys/stat.h>
@@ -12,6 +7,8 @@
 #include <cstdlib>
 #include <system_error>
 #include <tuple>
+#include <utility>
+#include <variant>
 #include <vector>
 
 namespace commandline
@@ -29,13 +26,16 @@ using platform::StorePlaces;
                    "Close the programs that use the keychain, and try again."});
 }
 
-[[noreturn]] void failToRead(const platform::StoreFault& fault)
+template <class Facts>
+Facts readable(platform::Inspected<Facts> inspected)
 {
-    throw Failure({ExitCode::keychain,
-                   "unreadable",
-                   "The keychain's files cannot be read.",
-                   "Let \"tessera keychain doctor\" look for the cause.",
-                   {fault.diagnostic()}});
+    if (const auto* fault = std::get_if<platform::Diagnostic>(&inspected))
+        throw Failure({ExitCode::keychain,
+                       "unreadable",
+                       "The keychain's files cannot be read.",
+                       "Let \"tessera keychain doctor\" look for the cause.",
+                       {*fault}});
+    return std::get<Facts>(std::move(inspected));
 }
 
 /// What changes with every write.
@@ -89,32 +89,12 @@ StorePlaces embeddedPlaces()
 
 bool keyIsWrapped(const StorePlaces& places)
 {
-    try
-    {
-        const auto bytes = platform::readPrivateFile(places.key, platform::KeyFile::size);
-        return bytes && platform::KeyFile::decoded(bytes->view()).isWrapped();
-    }
-    catch (const platform::StoreFault& fault)
-    {
-        failToRead(fault);
-    }
+    return readable(platform::inspectKey(places)).isWrapped;
 }
 
-EmbeddedFormat formatOf(const platform::EmbeddedItemStore::Configuration& configuration)
+platform::EmbeddedContent contentOf(const platform::EmbeddedItemStore::Configuration& configuration)
 {
-    try
-    {
-        const platform::Patience patience(configuration.patience);
-        platform::FileLayer files;
-        const auto store = platform::openStore(configuration, files, patience);
-        const platform::Transaction view(store->transactions(), platform::Transaction::Kind::read);
-        const auto header = store->table().header();
-        return {header.format, header.oldestReader, header.items};
-    }
-    catch (const platform::StoreFault& fault)
-    {
-        failToRead(fault);
-    }
+    return readable(platform::inspectContent(configuration));
 }
 
 EmbeddedCopy::EmbeddedCopy(const StorePlaces& places)

@@ -1,9 +1,7 @@
 #pragma once
 
-#include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
-#include "Platform/Security/Embedded/StoreFolder.hpp"
+#include "Platform/Security/Embedded/EmbeddedInspection.hpp"
 
-#include <cstdint>
 #include <filesystem>
 
 namespace commandline
@@ -16,18 +14,9 @@ platform::StorePlaces embeddedPlaces();
 /// cannot be read.
 bool keyIsWrapped(const platform::StorePlaces& places);
 
-/// What the database says of itself, authenticated.
-struct EmbeddedFormat
-{
-    std::uint32_t format = 0;
-    /// The oldest format whose programs may open it.
-    std::uint32_t oldestReader = 0;
-    /// Of all programs, with the framework's own.
-    std::uint64_t items = 0;
-};
-
-/// Opens the database. Throws `Failure` where that fails.
-EmbeddedFormat formatOf(const platform::EmbeddedItemStore::Configuration& configuration);
+/// What the database says of itself. Opens it; throws `Failure` where that fails.
+platform::EmbeddedContent contentOf(
+    const platform::EmbeddedItemStore::Configuration& configuration);
 
 /// A copy of the files in a private folder in memory, where opening them leaves no trace on the
 /// originals: a store that is opened makes files beside its own, and may tidy up what a killed

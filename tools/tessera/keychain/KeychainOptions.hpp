@@ -29,8 +29,8 @@ public:
     KeychainCommand command() const;
 
 private:
-    struct Values;
-    std::unique_ptr<Values> values_;
+    struct Parsers;
+    std::unique_ptr<Parsers> parsers_;
 };
 
 }  // namespace commandline

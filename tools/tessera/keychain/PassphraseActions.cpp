@@ -46,12 +46,11 @@ KeychainResult passphraseStatus(KeychainRun& run)
     return result;
 }
 
+/// What was given by descriptor need not be asked for.
 SecretString currentPassphrase(KeychainRun& run)
 {
-    if (auto passphrase =
-            run.command.passphraseDescriptor ? run.host.asking().passphrase() : std::nullopt)
-        return *std::move(passphrase);
-    return run.host.asking().current("passphrase");
+    const auto& given = run.host.givenPassphrase();
+    return given ? *given : run.host.asking().current("passphrase");
 }
 
 void requirePassphrase(KeychainRun& run, bool isToBeSet)
@@ -75,7 +74,8 @@ void changePassphrase(KeychainRun& run, const std::optional<SecretString>& curre
 KeychainResult setPassphrase(KeychainRun& run)
 {
     requirePassphrase(run, false);
-    const auto fresh = run.host.asking().fresh("passphrase");
+    const auto& given = run.host.givenPassphrase();
+    const auto fresh = given ? *given : run.host.asking().fresh("passphrase");
     run.host.usePassphrase(fresh);
     // A first key is wrapped as it is made, and never lies there without the passphrase.
     check(run.wait(derivingKey, [&] { return open(run); }));
