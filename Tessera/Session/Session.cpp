@@ -58,7 +58,9 @@ Account::Session::Session(AccountEnvironment ofEnvironment, AccountClient ofClie
       client(std::move(ofClient)),
       services(complete(std::move(with))),
       main_(platform::executorOf(services.mainActor)),
-      service(environment, client, services.urlSession, services.background),
+      network_(std::make_shared<EndableURLSession>(services.urlSession)),
+      service(environment, client, network_, services.background),
+      farewell_(environment, client, services.urlSession, services.background),
       store_(std::make_shared<SessionStore>(environment.localizedKeychainIdentifier,
                                             client.localizedKeychainIdentifier, services.keychain)),
       history_(historyOf(environment, client, services))
@@ -90,6 +92,7 @@ void Account::Session::release()
 {
     requireMain();
     released_ = true;
+    network_->end();
     machine.released();
     cancellables.clear();
     keyValueStore_.reset();
@@ -211,11 +214,11 @@ void Account::Session::signOut(AccountTransitionCause cause, bool onServer)
         endOnServer(platform::SecretString(*std::move(token)));
 }
 
-/// Holds the service alone, and outlives the account.
+/// Holds its service alone, and outlives the account.
 void Account::Session::endOnServer(const platform::SecretString& token)
 {
     std::erase_if(serverSignOuts_, [](const auto& task) { return task.finished(); });
-    serverSignOuts_.push_back(platform::Task<void>::start(main_, service.signOut(token)));
+    serverSignOuts_.push_back(platform::Task<void>::start(main_, farewell_.signOut(token)));
 }
 
 void Account::Session::deauthenticate()

@@ -5,6 +5,7 @@
 #include "Tessera/API/AccountService.hpp"
 #include "Tessera/Session/Account.hpp"
 #include "Tessera/Session/AccountHistory.hpp"
+#include "Tessera/Session/EndableURLSession.hpp"
 #include "Tessera/Session/SessionMachine.hpp"
 #include "Tessera/Session/SessionStore.hpp"
 #include "Tessera/Session/TaskSlot.hpp"
@@ -176,7 +177,10 @@ private:
     void followSignIn(Stored token);
 
     const platform::Executor main_;
+    const std::shared_ptr<EndableURLSession> network_;
     AccountService service;
+    /// Tells the server of sign-outs, also when the account has gone meanwhile.
+    AccountService farewell_;
     JWTDecoder jwtDecoder;
     const std::shared_ptr<SessionStore> store_;
     const std::shared_ptr<AccountHistory> history_;
