@@ -10,3 +10,10 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(Sodium REQUIRED IMPORTED_TARGET libsodium>=1.0.18)
 # Headers alone: libsecret is looked for when the program runs, and may be absent.
 pkg_check_modules(LibSecret REQUIRED libsecret-1)
+# Event loops of hosts, for the adapters.
+if(TESSERA_QT)
+  find_package(Qt6 6.2 QUIET COMPONENTS Core)
+endif()
+if(TESSERA_GLIB)
+  pkg_check_modules(GLib QUIET IMPORTED_TARGET glib-2.0>=2.58)
+endif()

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <utility>
 
 namespace platform
 {
@@ -40,11 +41,12 @@ public:
 
     Publisher<T> publisher() const
     {
-        return Publisher<T>([held = std::weak_ptr(core_)](typename Publisher<T>::Handler handler)
+        return Publisher<T>([held = std::weak_ptr(core_)](Handler handler)
                             { return subscribe(held.lock(), std::move(handler)); });
     }
 
 private:
+    using Handler = typename Publisher<T>::Handler;
     using Signal = boost::signals2::signal<void(const T&, std::uint64_t)>;
 
     struct Core
@@ -65,6 +67,16 @@ private:
             delivering = false;
         }
 
+        /// The first call of a handler is a delivery too: what it sends waits for its end.
+        void begin(const Handler& handler) noexcept
+        {
+            const T current = value;
+            const bool nested = std::exchange(delivering, true);
+            handler(current);
+            delivering = nested;
+            deliver();
+        }
+
         T value;
         /// What has been sent and not yet delivered; the last of it is number `sent`.
         std::deque<T> waiting;
@@ -74,22 +86,22 @@ private:
         Signal signal;
     };
 
-    static Subscription subscribe(const std::shared_ptr<Core>& core,
-                                  typename Publisher<T>::Handler handler)
+    static Subscription subscribe(const std::shared_ptr<Core>& core, Handler handler)
     {
         if (!core || core->closed)
             return {};
+        // One for all calls, since a handler may keep something of its own.
+        const auto shared = std::make_shared<const Handler>(std::move(handler));
         // Whoever subscribes while others are being told has the newest value already.
         const auto known = core->sent;
-        auto connection = core->signal.connect(
-            [core = core.get(), handler, known](const T& value, std::uint64_t number)
+        const auto connection = core->signal.connect(
+            [core = core.get(), shared, known](const T& value, std::uint64_t number)
             {
                 if (number > known && !core->closed)
-                    handler(value);
+                    (*shared)(value);
             });
         Subscription subscription([connection] { connection.disconnect(); });
-        const T current = core->value;
-        [&]() noexcept { handler(current); }();
+        core->begin(*shared);
         return subscription;
     }
 

@@ -16,8 +16,9 @@ public:
     Subscription(Subscription&& other) noexcept : end_(std::exchange(other.end_, nullptr)) {}
     Subscription& operator=(Subscription&& other) noexcept
     {
-        cancel();
-        end_ = std::exchange(other.end_, nullptr);
+        // The old one ends last, so that an assignment to itself keeps it.
+        if (const auto old = std::exchange(end_, std::exchange(other.end_, nullptr)))
+            old();
         return *this;
     }
     ~Subscription() { cancel(); }

@@ -22,9 +22,12 @@ concept BackoffStrategy = requires(const Strategy strategy) {
 struct ExponentialBackoffIterator
 {
     std::uint64_t factor;
+    /// What `next` returns.
     RetryDelay duration;
 
     RetryDelay next();
+
+    bool operator==(const ExponentialBackoffIterator&) const = default;
 };
 
 /// `initial`, and after it each delay `factor` times the one before, up to the largest that there
@@ -38,6 +41,8 @@ public:
     RetryDelay initial() const noexcept { return initial_; }
 
     ExponentialBackoffIterator makeIterator() const { return {factor_, initial_}; }
+
+    bool operator==(const ExponentialBackoffStrategy&) const = default;
 
 private:
     std::uint64_t factor_;

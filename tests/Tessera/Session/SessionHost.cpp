@@ -36,8 +36,7 @@ std::string nameOf(const std::exception_ptr& error)
 std::string text(const AccountState& state)
 {
     if (const auto* pending = state.get<AccountPendingProfile>())
-        return "pending:" + pending->tokenJWT.payload.user +
-               (pending->infoErrorMessage ? "!" : "");
+        return "pending:" + pending->tokenJWT.payload.user + (pending->infoErrorMessage ? "!" : "");
     if (const auto* profile = state.get<AccountProfile>())
         return "signedIn:" + profile->info().user +
                (profile->source == AccountProfileSource::local ? "/local" : "/remote");
@@ -96,11 +95,10 @@ std::string SessionHost::info(const std::string& user, const std::string& email,
                               const std::string& audience)
 {
     const auto address = email.empty() ? std::string() : R"("email":)" + quoted(email) + ",";
-    return server().token(R"({"iat":1700000000,"aud":)" + quoted(audience) + R"(,"user":)" +
-                          quoted(user) + "," + address +
-                          R"("uuid":"00000000-0000-0000-0000-0000000000)" +
-                          (user == "anna" ? "01" : "02") +
-                          R"(","terms":{"current_revision":"1","accepted_revision":"1","url":{}}})");
+    return server().token(
+        R"({"iat":1700000000,"aud":)" + quoted(audience) + R"(,"user":)" + quoted(user) + "," +
+        address + R"("uuid":"00000000-0000-0000-0000-0000000000)" + (user == "anna" ? "01" : "02") +
+        R"(","terms":{"current_revision":"1","accepted_revision":"1","url":{}}})");
 }
 
 void SessionHost::launchAgain()
@@ -145,8 +143,8 @@ std::vector<std::string> SessionHost::takeRequests()
     for (; taken_ < network->started.size(); ++taken_)
     {
         const auto& request = network->started[taken_]->request;
-        const auto path = std::string(request.url.string()).substr(
-            std::string("https://api.example.net/v2").size());
+        const auto path = std::string(request.url.string())
+                              .substr(std::string("https://api.example.net/v2").size());
         const std::string method = request.method == "DELETE" ? "DELETE " : "";
         paths.push_back(method + path + (request.header("Authorization") ? "*" : ""));
     }
@@ -156,9 +154,13 @@ std::vector<std::string> SessionHost::takeRequests()
 void SessionHost::answer(const std::string& path, int status, const std::string& body)
 {
     machine.settle();
-    const auto open = std::ranges::find_if(
-        network->started, [&](const auto& transfer)
-        { return !transfer->ended() && std::string(transfer->request.url.string()).ends_with(path); });
+    const auto open =
+        std::ranges::find_if(network->started,
+                             [&](const auto& transfer)
+                             {
+                                 return !transfer->ended() &&
+                                        std::string(transfer->request.url.string()).ends_with(path);
+                             });
     ASSERT_NE(open, network->started.end()) << "no request for " << path;
     (*open)->answer(status, body);
     machine.settle();

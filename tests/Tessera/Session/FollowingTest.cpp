@@ -1,0 +1,177 @@
+#include "tests/Tessera/Session/SessionHost.hpp"
+#include "tests/support/TwoDeviceKeyValueStore.hpp"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+using namespace tessera;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+/// Two programs of one user.
+struct Programs : testing::Test
+{
+    TwoDeviceKeyValueStore announcements;
+    Machine machine = [this]
+    {
+        Machine made;
+        made.keyValueStore = announcements.device(0);
+        return made;
+    }();
+    SessionHost editor{machine, "editor"};
+    SessionHost viewer{machine, "viewer"};
+
+    Programs()
+    {
+        viewer.client.localizedKeychainIdentifier = "Viewer";
+        viewer.launchAgain();
+    }
+
+    static std::string viewersInfo(const std::string& user)
+    {
+        return SessionHost::info(user, "a@example.org", "viewer.mac");
+    }
+    void launch(SessionHost& host)
+    {
+        host.onMainDo([&] { host.account->applicationWillFinishLaunching(); });
+        machine.settle();
+    }
+    void signOut(SessionHost& host)
+    {
+        host.onMainDo([&] { host.account->signOut(); });
+        machine.settle();
+    }
+    std::size_t readsOf(SessionHost& host)
+    {
+        const auto calls = host.keychain->takeCalls();
+        return static_cast<std::size_t>(std::ranges::count_if(
+            calls, [](const std::string& call)
+            { return call.find("copyMatching") != call.npos && call.find("Token") != call.npos; }));
+    }
+};
+
+}  // namespace
+
+TEST_F(Programs, FollowEachOthersSignInAndSignOut)
+{
+    launch(viewer);
+    viewer.published.clear();
+    editor.signInAs("anna");
+    machine.settle();
+    EXPECT_EQ(viewer.state(), "pending:anna") << "at once, without the server";
+    EXPECT_THAT(viewer.takeRequests(), ElementsAre("/account*"));
+    viewer.answer("/account", 200, viewersInfo("anna"));
+    EXPECT_THAT(viewer.published, ElementsAre("pending:anna", "signedIn:anna/remote"));
+    EXPECT_THAT(editor.takeRequests(), IsEmpty()) << "nobody follows what he has done himself";
+
+    // A refresh that is under way belongs to the session that ends.
+    const auto refresh = viewer.refresh();
+    machine.settle();
+    viewer.takeRequests();
+    signOut(editor);
+    EXPECT_EQ(viewer.state(), "signedOut");
+    EXPECT_EQ(refresh->error(), "CancellationError");
+    EXPECT_THAT(viewer.takeRequests(), IsEmpty()) << "the server is told once";
+    EXPECT_THAT(editor.takeRequests(), ElementsAre("DELETE /auth*"));
+    EXPECT_EQ(viewer.stored("Info"), std::nullopt);
+    EXPECT_EQ(machine.clock->timers(), 1U) << "but for the pause between two reads";
+}
+
+TEST_F(Programs, FollowAnotherUserFromWhateverState)
+{
+    editor.signInAs("anna");
+    viewer.answer("/account", 500, "");
+    EXPECT_EQ(viewer.state(), "pending:anna!");
+    editor.signInAs("bert");
+    machine.advance(0.1);
+    EXPECT_EQ(viewer.state(), "pending:bert");
+    viewer.answer("/account", 200, viewersInfo("bert"));
+    EXPECT_EQ(viewer.state(), "signedIn:bert/remote");
+
+    // A token that is none is no session, and no sign-out either.
+    editor.store("Token", "nonsense");
+    viewer.onMainDo([&] { viewer.account->applicationDidBecomeActive(); });
+    machine.advance(0.1);
+    EXPECT_EQ(viewer.state(), "failed");
+    EXPECT_EQ(viewer.stored("Token"), "nonsense");
+    editor.store("Token", SessionHost::token("anna"));
+    machine.advance(1);
+    EXPECT_EQ(viewer.state(), "pending:anna") << "the retry reads again";
+}
+
+TEST_F(Programs, HealAMissedAnnouncementOnActivation)
+{
+    launch(viewer);
+    editor.store("Token", SessionHost::token("anna"));
+    viewer.onMainDo([&] { viewer.account->applicationDidBecomeActive(); });
+    machine.settle();
+    EXPECT_EQ(viewer.state(), "pending:anna");
+}
+
+TEST_F(Programs, WaitForTheKeychainToCatchUpAndGiveUpAfterFourReads)
+{
+    launch(viewer);
+    const auto other = machine.keyValueStore->join(platform::executorOf(editor.main), [](auto&) {});
+    const auto touch = [&]
+    {
+        other->setString("1", "net.ostra.account.token.touched");
+        other->synchronize();
+        machine.settle();
+    };
+    readsOf(viewer);
+    touch();
+    EXPECT_EQ(readsOf(viewer), 1U);
+    for (const double wait : {1, 2, 4})
+    {
+        machine.advance(wait - 0.001);
+        EXPECT_EQ(readsOf(viewer), 0U) << wait;
+        machine.advance(0.001);
+        EXPECT_EQ(readsOf(viewer), 1U) << wait;
+    }
+    machine.advance(1000);
+    EXPECT_EQ(readsOf(viewer), 0U);
+
+    touch();
+    machine.advance(0.5);
+    touch();
+    editor.store("Token", SessionHost::token("anna"));
+    machine.advance(1);
+    EXPECT_EQ(viewer.state(), "pending:anna") << "by the second task, which began later";
+    EXPECT_EQ(machine.clock->timers(), 1U);
+}
+
+TEST_F(Programs, ReadTenTimesASecondAtMostAndDoNotMissTheLastAnnouncement)
+{
+    launch(viewer);
+    const auto other = machine.keyValueStore->join(platform::executorOf(editor.main), [](auto&) {});
+    readsOf(viewer);
+    for (int announcement = 0; announcement < 10'000; ++announcement)
+    {
+        other->setString(std::to_string(announcement), "net.ostra.account.token.touched");
+        other->synchronize();
+        machine.advance(0.0001);
+    }
+    EXPECT_LE(readsOf(viewer), 11U);
+    EXPECT_THAT(viewer.takeRequests(), IsEmpty());
+
+    editor.store("Token", SessionHost::token("anna"));
+    other->setString("last", "net.ostra.account.token.touched");
+    other->synchronize();
+    machine.advance(0.1);
+    EXPECT_EQ(viewer.state(), "pending:anna");
+}
+
+TEST_F(Programs, AreToldOfOtherKeysInVain)
+{
+    launch(viewer);
+    readsOf(viewer);
+    const auto other = machine.keyValueStore->join(platform::executorOf(editor.main), [](auto&) {});
+    other->setString("1", "another.key");
+    other->synchronize();
+    machine.settle();
+    EXPECT_EQ(readsOf(viewer), 0U);
+}
