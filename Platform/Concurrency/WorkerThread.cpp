@@ -38,11 +38,17 @@ Executor WorkerThread::executor()
 
 void WorkerThread::stop()
 {
+    state_->context.stop();
+    finish();
+}
+
+void WorkerThread::finish()
+{
     std::thread ended;
     {
         const std::lock_guard lock(state_->mutex);
         state_->stopped = true;
-        state_->context.stop();
+        state_->work.reset();
         ended = std::move(state_->thread);
     }
     if (!ended.joinable())

@@ -23,6 +23,9 @@ public:
     /// never run. Any thread may call it, more than once.
     void stop();
 
+    /// Ends the thread after all work that was handed over before. Not for a thread with timers.
+    void finish();
+
 private:
     struct State;
     std::shared_ptr<State> state_;

@@ -1,6 +1,7 @@
 #include "Platform/Services/Services.hpp"
 
 #include "Platform/Concurrency/WorkerThread.hpp"
+#include "Platform/KeyValueStore/FileKeyValueStore.hpp"
 #include "Platform/Networking/CurlURLSession.hpp"
 #include "Platform/Security/Authentication/Passcode.hpp"
 #include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
@@ -41,6 +42,19 @@ std::shared_ptr<EmbeddedItemStore> systemItemStore()
     return std::make_shared<EmbeddedItemStore>(std::move(configuration));
 }
 
+FileKeyValueStore::Configuration systemKeyValues()
+{
+    auto configuration = FileKeyValueStore::Configuration::ofUser();
+    configuration.diagnostics = diagnosticsOfServices();
+    return configuration;
+}
+
+/// What programs share lies in a folder of it.
+std::filesystem::path systemStateFolder()
+{
+    return FileKeyValueStore::Configuration::ofUser().folder.parent_path();
+}
+
 struct SystemServices
 {
     WorkerThread worker;
@@ -48,6 +62,8 @@ struct SystemServices
     WorkerThread storage;
     std::shared_ptr<CurlURLSession> session = std::make_shared<CurlURLSession>();
     std::shared_ptr<EmbeddedItemStore> items = systemItemStore();
+    std::shared_ptr<FileKeyValueStore> keyValues =
+        std::make_shared<FileKeyValueStore>(worker.executor(), systemKeyValues());
     Services services{.clock = systemClock(worker.executor()),
                       .device = systemDevice(),
                       .urlSession = session,
@@ -59,8 +75,8 @@ struct SystemServices
                       .diagnostics = nullptr,
                       .authenticator = nullptr,
                       .passphrase = nullptr,
-                      .keyValueStore = nullptr,
-                      .stateFolder = {},
+                      .keyValueStore = keyValues,
+                      .stateFolder = systemStateFolder(),
                       .keychain = keychainOver(items)};
 };
 
@@ -81,7 +97,7 @@ SystemServices& system()
                 system().session->shutdown();
                 system().worker.stop();
                 system().promptTimers.stop();
-                system().storage.stop();
+                system().storage.finish();
                 system().items->close();
             });
         return made;

@@ -60,10 +60,12 @@ struct Services
     /// a store's operation, so that it must not use a store.
     std::function<std::optional<SecretString>()> passphrase;
 
-    /// Where programs of the user tell each other that something changed.
+    /// Where programs of the user tell each other that something changed. It touches nothing on
+    /// disk before somebody joins.
     std::shared_ptr<UbiquitousKeyValueStore> keyValueStore;
 
-    /// Where the history of sessions is kept: $XDG_STATE_HOME/tessera. An empty one keeps none.
+    /// Where the history of sessions is kept: $XDG_STATE_HOME/tessera, or ~/.local/state/tessera.
+    /// An empty one keeps none, as where there is no home.
     std::filesystem::path stateFolder;
 
     /// Where stores keep their items: the user's embedded keychain, unless the host prefers another

@@ -112,7 +112,7 @@ void Account::signOut()
     session_->signOut(AccountTransitionCause::signedOut, true);
 }
 
-Awaitable<void> Account::serverSignOutEnded() const
+Awaitable<bool> Account::serverSignOutEnded() const
 {
     return session_->serverSignOutEnded();
 }

@@ -107,9 +107,10 @@ public:
     /// behind another holder of the store. Cannot fail.
     void signOut();
 
-    /// Waits until the server has answered the last sign-out, or will not, for programs that end
-    /// right after it.
-    platform::Awaitable<void> serverSignOutEnded() const;
+    /// Waits until the server has answered the sign-outs so far, or will not, for programs that end
+    /// right after one. Whether it has confirmed them all; false leaves a session that ends by
+    /// itself, in time.
+    platform::Awaitable<bool> serverSignOutEnded() const;
 
     /// Deletes the account on the server, and then signs out. Throws
     /// `AccountError::accountRequired` without a session.

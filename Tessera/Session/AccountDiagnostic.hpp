@@ -11,7 +11,12 @@ namespace tessera
 enum class AccountDiagnosticCode
 {
     /// The keychain could not be read when the session was to be restored.
-    sessionNotRestored,
+    keychainUnreadable,
+    /// The stored token is damaged, or was not signed by the environment's server.
+    storedTokenUnusable,
+    /// The keychain did not let go of the session: other programs, and the next start of this one,
+    /// will find it again.
+    sessionNotRemoved,
     /// The account information is current, but the keychain did not take it; the next refresh
     /// writes it again.
     infoNotStored,
@@ -24,8 +29,8 @@ enum class AccountDiagnosticCode
     /// Other programs of the user could not be told of the change of the token.
     changeNotAnnounced
 };
-BOOST_DESCRIBE_ENUM(AccountDiagnosticCode, sessionNotRestored, infoNotStored, refreshFailed,
-                    sessionRefused, authenticationFailed, changeNotAnnounced)
+BOOST_DESCRIBE_ENUM(AccountDiagnosticCode, keychainUnreadable, storedTokenUnusable, sessionNotRemoved,
+                    infoNotStored, refreshFailed, sessionRefused, authenticationFailed, changeNotAnnounced)
 
 struct AccountDiagnostic
 {

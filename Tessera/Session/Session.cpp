@@ -8,6 +8,9 @@
 
 namespace tessera
 {
+
+using platform::SecretString;
+
 namespace
 {
 
@@ -34,23 +37,23 @@ std::shared_ptr<AccountHistory> historyOf(const AccountEnvironment& environment,
         services.diagnostics);
 }
 
-}  // namespace
-
-bool detail::isCancellation(const std::exception_ptr& error)
+/// What only tells once more where the session stands would push out the lines that tell why.
+void keep(const AccountHistory& history, const AccountTransition& transition)
 {
-    try
+    using Cause = AccountTransitionCause;
+    const auto cause = transition.cause;
+    const bool repeats = cause == Cause::restored || cause == Cause::noStoredSession ||
+                         cause == Cause::refreshed || cause == Cause::refreshFailed;
+    if (repeats)
     {
-        std::rethrow_exception(error);
+        const auto known = history.read();
+        if (!known.empty() && known.back().state == transition.state)
+            return;
     }
-    catch (const platform::CancellationError&)
-    {
-        return true;
-    }
-    catch (...)
-    {
-        return false;
-    }
+    history.append(transition);
 }
+
+}  // namespace
 
 Account::Session::Session(AccountEnvironment ofEnvironment, AccountClient ofClient,
                           platform::Services with)
@@ -115,6 +118,12 @@ void Account::Session::requireCurrent(Generation generation) const
         throw platform::CancellationError();
 }
 
+void Account::Session::requireStanding(Belongs belongs, Generation generation) const
+{
+    if (released_ || (belongs != Belongs::toNobody && !isCurrent(generation)))
+        throw platform::CancellationError();
+}
+
 /// Ends what belongs to older generations. The look for a changed token is not among it: it may be
 /// what has begun this one.
 void Account::Session::generationBegins()
@@ -166,7 +175,7 @@ void Account::Session::record(AccountTransitionCause cause)
     boost::asio::post(
         services.storage,
         [history = history_, transition = AccountTransition{now(), kind(machine.state()), cause}]
-        { history->append(transition); });
+        { keep(*history, transition); });
 }
 
 void Account::Session::report(AccountDiagnosticCode code, const std::exception_ptr& error)
@@ -197,25 +206,48 @@ void Account::Session::announce()
 
 void Account::Session::signOut(AccountTransitionCause cause, bool onServer)
 {
+    endSession(cause, onServer, nullptr);
+}
+
+void Account::Session::signOutOf(const SecretString& token, AccountTransitionCause cause)
+{
+    endSession(cause, true, &token);
+}
+
+void Account::Session::endSession(AccountTransitionCause cause, bool onServer,
+                                  const SecretString* onlyOf)
+{
     const auto generation = machine.signOutBegins(now());
     environmentTokenChangeTask.cancel();
     generationBegins();
-    auto [token, removed] = store_->signOut(generation);
-    if (removed)
+    auto [token, left] = store_->signOut(generation, onlyOf);
+    using Left = SessionStore::Left;
+    if (left == Left::nothing || left == Left::anothers)
         machine.tokenKnown(std::nullopt);
     else if (token)
         machine.tokenKnown(token);
     else
         machine.tokenUnknown();
-    announce();
-    report(std::nullopt);
+    if (left != Left::anothers)
+        announce();
+    if (left == Left::unremoved)
+        report(AccountDiagnosticCode::sessionNotRemoved,
+               std::make_exception_ptr(AccountError(AccountError::keychainAccess)));
+    else if (diagnostic.value())
+        report(std::nullopt);
     carryOut(machine.signedOut(cause));
+    if (left == Left::anothers)
+    {
+        if (isCurrent(generation))
+            lookForTokenChange(1);
+        token = platform::SecretBytes(onlyOf->bytes());
+    }
     if (onServer && token)
-        endOnServer(platform::SecretString(*std::move(token)));
+        endOnServer(SecretString(*std::move(token)));
 }
 
 /// Holds its service alone, and outlives the account.
-void Account::Session::endOnServer(const platform::SecretString& token)
+void Account::Session::endOnServer(const SecretString& token)
 {
     std::erase_if(serverSignOuts_, [](const auto& task) { return task.finished(); });
     serverSignOuts_.push_back(platform::Task<void>::start(main_, farewell_.signOut(token)));

@@ -60,12 +60,14 @@ public:
     Awaitable<void> refresh(bool force);
     Awaitable<void> consentToTerms(std::string revision, std::string language);
     Awaitable<void> requestNewsletter();
-    Awaitable<void> serverSignOutEnded();
+    Awaitable<bool> serverSignOutEnded();
     Awaitable<std::vector<AccountTransition>> history();
 
     void launch();
     void activate();
     void signOut(AccountTransitionCause cause, bool onServer);
+    /// Ends the session of this token, and leaves alone what another program has stored since.
+    void signOutOf(const platform::SecretString& token, AccountTransitionCause cause);
     void authenticate(platform::SecretString token);
     void deauthenticate();
 
@@ -95,12 +97,16 @@ private:
     static Awaitable<T> carriedOver(Self self, Belongs belongs, Generation captured, Work<T> work);
     template <class T>
     static Awaitable<T> onMain(Self self, Belongs belongs, Generation captured, Work<T> work);
+    template <class T>
+    static Awaitable<T> turn(Self self, Belongs belongs, Generation generation, Work<T> work);
 
     // ---- Session.cpp
 
     bool isCurrent(Generation generation) const { return generation == machine.generation(); }
     /// Throws `CancellationError` when the generation has passed.
     void requireCurrent(Generation generation) const;
+    /// The same for calls; those that belong to nobody end with the account.
+    void requireStanding(Belongs belongs, Generation generation) const;
     platform::Date now() const { return services.clock->now(); }
 
     /// The token of the state. Throws `accountRequired`.
@@ -114,6 +120,8 @@ private:
     void report(AccountDiagnosticCode code, const std::exception_ptr& error);
     void handOff(const AccountState& state);
     void announce();
+    void endSession(AccountTransitionCause cause, bool onServer,
+                    const platform::SecretString* onlyOf);
 
     /// Runs what waits for the disk, and comes back.
     template <class T>
@@ -149,6 +157,7 @@ private:
     static Awaitable<void> restoreOnce(Self self, Generation generation);
     static Awaitable<void> restoreAtLaunch(Self self, Generation generation);
     void decodeStoredInfo(const platform::Outcome<Stored>& read, StoredSession& session);
+    void reportUnrestored(const std::exception_ptr& error);
     static Awaitable<void> removeInfo(Self self, Generation generation);
 
     /// Why a refresh reads the keychain first, if it does.

@@ -32,6 +32,9 @@ inline constexpr auto tokenTouched = "net.ostra.account.token.touched";
 
 /// Cancellation is no failure.
 bool isCancellation(const std::exception_ptr& error);
+/// Whether the server does not accept the token.
+bool isRefusal(const std::exception_ptr& error);
+bool isKeychainError(const std::exception_ptr& error);
 
 /// Lets the caller go on before `work` begins.
 template <class T>
@@ -61,19 +64,29 @@ platform::Awaitable<T> Account::Session::carriedOver(Self self, Belongs belongs,
     co_return co_await std::move(wait);
 }
 
+/// A call begins after what the host does now, which may have ended its generation.
+template <class T>
+platform::Awaitable<T> Account::Session::turn(Self self, Belongs belongs, Generation generation,
+                                              Work<T> work)
+{
+    const auto turn = boost::asio::use_awaitable_t<platform::Executor>();
+    co_await boost::asio::post(turn);
+    co_await platform::checkCancellation();
+    self->requireStanding(belongs, generation);
+    auto steps = work(generation);
+    co_return co_await std::move(steps);
+}
+
 template <class T>
 platform::Awaitable<T> Account::Session::onMain(Self self, Belongs belongs, Generation captured,
                                                 Work<T> work)
 {
-    if (self->released_)
-        throw platform::CancellationError();
-    if (belongs != Belongs::toNobody)
-        self->requireCurrent(captured);
+    self->requireStanding(belongs, captured);
     co_await platform::checkCancellation();
     if (belongs == Belongs::beginsOne)
         captured = self->signInBegins();
 
-    auto steps = detail::inOwnTurn<T>(work(captured));
+    auto steps = turn<T>(self, belongs, captured, std::move(work));
     const auto task = platform::Task<T>::start(self->main_, std::move(steps));
     if constexpr (std::is_same_v<T, AccountState>)
         self->signInTask_ = task;

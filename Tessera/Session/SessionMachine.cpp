@@ -201,7 +201,8 @@ void SessionMachine::tokenKnown(std::optional<platform::SecretBytes> token)
 SessionMachine::StoredToken SessionMachine::tokenRead(
     const std::optional<platform::SecretBytes>& token)
 {
-    const bool nothingToLose = !token && state_.get<AccountState::SignedOut>();
+    const bool nothingToLose =
+        !token && !signingIn_ && state_.get<AccountState::SignedOut>() != nullptr;
     if (nothingToLose || (!known_ && !refreshRestoresFirst()))
         tokenKnown(token);
     if (known_ && known_->token == token)

@@ -26,10 +26,11 @@ platform::Awaitable<void> Account::Session::deleteAccount()
 {
     auto steps = [](Self self, Generation generation) -> Awaitable<void>
     {
-        auto call = self->service.deleteAccount(self->requiredToken());
+        const auto token = self->requiredToken();
+        auto call = self->service.deleteAccount(token);
         co_await std::move(call);
         self->requireCurrent(generation);
-        self->signOut(AccountTransitionCause::deleted, true);
+        self->signOutOf(token, AccountTransitionCause::deleted);
     };
     const auto self = shared_from_this();
     Work<void> work = [self, steps](Generation generation) { return steps(self, generation); };
@@ -104,16 +105,20 @@ platform::Awaitable<void> Account::Session::requestNewsletter()
     return operation<void>(Belongs::toSession, std::move(work));
 }
 
-platform::Awaitable<void> Account::Session::serverSignOutEnded()
+/// A session that the server does not know any more has ended too.
+platform::Awaitable<bool> Account::Session::serverSignOutEnded()
 {
-    auto steps = [](std::vector<platform::Task<void>> tasks) -> Awaitable<void>
+    auto steps = [](std::vector<platform::Task<void>> tasks) -> Awaitable<bool>
     {
+        bool confirmed = true;
         for (const auto& task : tasks)
         {
             auto end = task.value();
-            co_await platform::detail::outcomeOf<void>(std::move(end));
+            const auto outcome = co_await platform::detail::outcomeOf<void>(std::move(end));
             co_await platform::checkCancellation();
+            confirmed = confirmed && (outcome.succeeded() || detail::isRefusal(outcome.error()));
         }
+        co_return confirmed;
     };
     requireMain();
     return steps(serverSignOuts_);

@@ -8,27 +8,6 @@ namespace tessera
 
 using platform::SecretString;
 
-namespace
-{
-
-bool isRefusal(const std::exception_ptr& error)
-{
-    try
-    {
-        std::rethrow_exception(error);
-    }
-    catch (const AccountRemoteError& refusal)
-    {
-        return refusal.is(AccountRemoteError::KnownCode::unauthorized);
-    }
-    catch (...)
-    {
-        return false;
-    }
-}
-
-}  // namespace
-
 // ---- The stored session
 
 void Account::Session::launch()
@@ -43,8 +22,17 @@ platform::Awaitable<void> Account::Session::restoreAtLaunch(Self self, Generatio
     auto steps = restore(self, generation, AccountTransitionCause::restored);
     const auto outcome = co_await platform::detail::outcomeOf<void>(std::move(steps));
     if (self->isCurrent(generation) && !outcome.succeeded())
-        self->report(AccountDiagnosticCode::sessionNotRestored, outcome.error());
+        self->reportUnrestored(outcome.error());
     outcome.get();
+}
+
+void Account::Session::reportUnrestored(const std::exception_ptr& error)
+{
+    if (detail::isKeychainError(error))
+        report(AccountDiagnosticCode::keychainUnreadable, error);
+    else
+        report(AccountDiagnostic{AccountDiagnosticCode::storedTokenUnusable,
+                                 errorSentence("Stored_Session_Error")});
 }
 
 platform::Awaitable<void> Account::Session::restoreOnce(Self self, Generation generation)
@@ -232,7 +220,7 @@ platform::Awaitable<void> Account::Session::loadInfo(Self self, Generation gener
 
 void Account::Session::refreshFails(const std::exception_ptr& error, bool notRestored)
 {
-    const bool refused = isRefusal(error);
+    const bool refused = detail::isRefusal(error);
     const auto orders =
         machine.refreshFailed({platform::describe(error), refused, notRestored}, now());
     const auto generation = machine.generation();

@@ -85,6 +85,7 @@ platform::Awaitable<AccountState> Account::Session::exchange(Self self, Generati
 platform::Awaitable<AccountState> Account::Session::adopt(Self self, Generation generation,
                                                           SecretString text, bool fromServer)
 {
+    self->requireCurrent(generation);
     auto token = self->jwtDecoder.decode<AccountToken>(text.bytes());
     auto keeping = keepToken(self, generation, std::move(text), fromServer);
     co_await std::move(keeping);
@@ -157,7 +158,7 @@ platform::Awaitable<AccountState> Account::Session::loadAfterSignIn(Self self,
     }
     if (info->payload.user != token.payload.user)
     {
-        self->signOut(AccountTransitionCause::otherUsersInfo, true);
+        self->signOutOf(token.string, AccountTransitionCause::otherUsersInfo);
         co_return self->machine.state();
     }
     auto keeping = keepInfo(self, generation, info->string);
@@ -177,7 +178,8 @@ void Account::Session::authenticate(SecretString token)
     {
         auto steps = signInToEnd(session, begun, adopt(session, begun, std::move(text), false));
         auto outcome = co_await platform::detail::outcomeOf<AccountState>(std::move(steps));
-        if (!outcome.succeeded() && !detail::isCancellation(outcome.error()))
+        if (session->isCurrent(begun) && !outcome.succeeded() &&
+            !detail::isCancellation(outcome.error()))
             session->report(AccountDiagnosticCode::authenticationFailed, outcome.error());
         co_return std::move(outcome).get();
     };

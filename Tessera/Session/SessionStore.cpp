@@ -115,7 +115,8 @@ void SessionStore::removeInfo(Generation generation)
         static_cast<void>(remove(*clientValet, infoKey));
 }
 
-SessionStore::Removal SessionStore::signOut(Generation generation)
+SessionStore::Removal SessionStore::signOut(Generation generation,
+                                            const platform::SecretString* onlyOf)
 {
     generationBegins(generation);
     const std::lock_guard lock(mutex_);
@@ -128,7 +129,12 @@ SessionStore::Removal SessionStore::signOut(Generation generation)
     {
         // Counts as no token: there is none that the server could be told of.
     }
-    removal.removed = remove(*environmentValet, tokenKey);
+    const bool isAnothers =
+        onlyOf && removal.token && *removal.token != SecretBytes(onlyOf->bytes());
+    if (isAnothers)
+        removal.left = Left::anothers;
+    else if (!remove(*environmentValet, tokenKey))
+        removal.left = Left::unremoved;
     static_cast<void>(remove(*clientValet, infoKey));
     return removal;
 }

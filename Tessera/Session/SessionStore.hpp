@@ -35,16 +35,23 @@ public:
     /// Does not wait: a write that is under way may still end.
     void generationBegins(Generation generation) { generation_ = generation; }
 
+    enum class Left
+    {
+        nothing,
+        /// The token could not be removed.
+        unremoved,
+        /// The token is not the one that was to be removed.
+        anothers
+    };
     struct Removal
     {
         /// What was stored, if it could be read.
         std::optional<platform::SecretBytes> token;
-        /// Whether nothing is stored any more.
-        bool removed = false;
+        Left left = Left::nothing;
     };
     /// Removes both items after what is under way; the order in which that waits is the reason
-    /// that no older write comes after it.
-    Removal signOut(Generation generation);
+    /// that no older write comes after it. With `onlyOf`, a token that differs stays.
+    Removal signOut(Generation generation, const platform::SecretString* onlyOf = nullptr);
 
 private:
     using Store = std::shared_ptr<valet::Valet>;

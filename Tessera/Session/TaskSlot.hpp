@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Basics/Fatal.hpp"
 #include "Platform/Concurrency/Task.hpp"
 
 #include <boost/asio/post.hpp>
@@ -34,8 +35,13 @@ public:
 
     bool isRunning() const noexcept { return task_.has_value(); }
 
-    /// The end of the task that runs now: its outcome, for all who wait.
-    platform::Awaitable<void> end() const { return task_->value(); }
+    /// The end of the task that runs now: its outcome, for all who wait. There must be one.
+    platform::Awaitable<void> end() const
+    {
+        if (!task_)
+            platform::fatal("There is no task whose end could be awaited");
+        return task_->value();
+    }
 
 private:
     static platform::Awaitable<void> run(TaskSlot* slot, std::uint64_t number,

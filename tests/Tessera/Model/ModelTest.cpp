@@ -228,7 +228,7 @@ TEST(StringTable, EveryKeyHasATextInEveryLanguage)
          {"Account_Info_Load_Failed", "Account_Required_Error", "Alpha_Release_Channel",
           "Beta_Release_Channel", "Keychain_Access_Error", "Malformed_Token_Error",
           "Malformed_URL_Error", "Missing_Credentials_Error", "Private_Release_Channel",
-          "Public_Release_Channel", "Unknown_Error", "Verification_Error"})
+          "Public_Release_Channel", "Stored_Session_Error", "Unknown_Error", "Verification_Error"})
     {
         const auto english = bundle->localizedString(key, "Tessera", {});
         const auto german = bundle->localizedString(key, "Tessera", {"de"});

@@ -98,7 +98,7 @@ TEST_F(Session, AKeychainThatCannotBeReadIsNeverSignedOut)
     machine.items->fail(platform::KeychainStatus::interactionNotAllowed);
     launch();
     EXPECT_EQ(host.state(), "loading");
-    EXPECT_EQ(host.account->diagnostic()->code, AccountDiagnosticCode::sessionNotRestored);
+    EXPECT_EQ(host.account->diagnostic()->code, AccountDiagnosticCode::keychainUnreadable);
 
     activate();
     EXPECT_EQ(host.state(), "failed");

@@ -45,6 +45,15 @@ std::string text(const AccountState& state)
     return state.get<AccountState::Loading>() ? "loading" : "signedOut";
 }
 
+void Machine::settle()
+{
+    do
+    {
+        announcements.deliverAll();
+        ASSERT_LT(executor.drain(100'000), 100'000U);
+    } while (announcements.waiting(0) + announcements.waiting(1) > 0);
+}
+
 void Machine::advance(double seconds)
 {
     settle();
@@ -69,7 +78,7 @@ SessionHost::SessionHost(Machine& on, std::string identifier)
     services.background = platform::executorOf(background);
     services.storage = platform::executorOf(storage);
     services.mainActor = main;
-    services.keyValueStore = machine.keyValueStore;
+    services.keyValueStore = machine.announcements.device(0);
     services.keychain = keychain;
     environment.localizedKeychainIdentifier = environmentName;
     environment.jwtPublicKey = server().publicKey();

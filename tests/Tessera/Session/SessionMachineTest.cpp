@@ -1,6 +1,7 @@
 #include "tests/Tessera/Session/SessionHost.hpp"
 
 #include "Tessera/Session/SessionMachine.hpp"
+#include "Tessera/Tokens/JWTDecoder.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,206 @@
+#include "Platform/KeyValueStore/SharedFolder.hpp"
+
+#include "Platform/KeyValueStore/Descriptor.hpp"
+#include "Platform/KeyValueStore/SharedFolderNames.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+namespace platform
+{
+namespace
+{
+
+std::string nextStepFor(int error)
+{
+    switch (error)
+    {
+        case ENOSPC:
+        case EDQUOT:
+        case EFBIG:
+            return "Make room for the user's files.";
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return "Let the user write there.";
+        case EMFILE:
+        case ENFILE:
+            return "Let the program open more files.";
+        default:
+            return "See whether the file system is in order.";
+    }
+}
+
+void makeFolder(const std::filesystem::path& folder)
+{
+    std::error_code ignored;
+    const auto parent = folder.parent_path();
+    if (parent != folder && !std::filesystem::exists(parent, ignored))
+        makeFolder(parent);
+    // Another program may be faster, be it to make this one or to remove those above.
+    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST && errno != ENOENT)
+        throw SharedFolderFault::ofSystem("Cannot make the folder " + folder.string(), errno);
+}
+
+void requirePrivate(const std::filesystem::path& folder, const struct stat& found)
+{
+    const auto name = folder.string();
+    if (S_ISLNK(found.st_mode))
+        throw SharedFolderFault{name + " is a symbolic link.", "Put a folder in its place."};
+    if (!S_ISDIR(found.st_mode))
+        throw SharedFolderFault{name + " is not a folder.", "Move it away."};
+    if (found.st_uid != ::geteuid())
+        throw SharedFolderFault{name + " belongs to another user.",
+                                "Give it to the user who runs the program."};
+    if ((found.st_mode & 077) != 0)
+        throw SharedFolderFault{name + " is open to other users.", "Run: chmod 700 " + name};
+}
+
+bool fill(const Descriptor& draft, std::string_view value)
+{
+    while (!value.empty())
+    {
+        const auto written = ::write(draft.number(), value.data(), value.size());
+        if (written < 0 && errno != EINTR)
+            return false;
+        value.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+}  // namespace
+
+SharedFolderFault SharedFolderFault::ofSystem(const std::string& attempt, int error)
+{
+    return {attempt + ": " + std::generic_category().message(error) + ".", nextStepFor(error)};
+}
+
+SharedFolder::Identity SharedFolder::require() const
+{
+    if (!path_.is_absolute())
+        throw SharedFolderFault{"No place is known for what programs share.",
+                                "Set HOME to an absolute path."};
+    struct stat found{};
+    bool isThere = ::lstat(path_.c_str(), &found) == 0;
+    for (int attempt = 0; !isThere && errno == ENOENT && attempt < 100; ++attempt)
+    {
+        makeFolder(path_);
+        isThere = ::lstat(path_.c_str(), &found) == 0;
+    }
+    if (!isThere)
+        throw SharedFolderFault::ofSystem("Cannot look at " + path_.string(), errno);
+    requirePrivate(path_, found);
+    return {found.st_dev, found.st_ino};
+}
+
+void SharedFolder::write(const std::string& fileName, std::string_view value,
+                         const std::string& writer) const
+{
+    const auto draft = path_ / draftNameOfWriter(writer);
+    const auto file = path_ / fileName;
+    // Whoever joins may take a draft for a left one in the instant before it is locked.
+    for (int attempt = 0; attempt < 100; ++attempt)
+    {
+        require();
+        if (tryToWrite(draft, file, value))
+            return;
+    }
+    throw SharedFolderFault{file.string() + " cannot be written: drafts vanish.",
+                            "Find the program that removes files there."};
+}
+
+/// False where somebody took the draft for a killed program's, or the folder went away.
+bool SharedFolder::tryToWrite(const std::filesystem::path& draft, const std::filesystem::path& file,
+                              std::string_view value) const
+{
+    const auto fault = [&](const char* attempt)
+    {
+        const int error = errno;
+        ::unlink(draft.c_str());
+        return SharedFolderFault::ofSystem(attempt + file.string(), error);
+    };
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    Descriptor open(::open(draft.c_str(), flags, 0600));
+    if (!open.isOpen() && errno == EEXIST)
+    {
+        // One of this writer's own, which somebody is about to remove.
+        ::unlink(draft.c_str());
+        return false;
+    }
+    if (!open.isOpen() && errno == ENOENT)
+        return false;
+    if (!open.isOpen())
+        throw fault("Cannot create a draft of ");
+    // The lock ends with its holder, whatever becomes of it: so whoever joins can tell.
+    if (::flock(open.number(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        return false;
+    if (!fill(open, value))
+        throw fault("Cannot write ");
+    if (::rename(draft.c_str(), file.c_str()) != 0)
+    {
+        if (errno == ENOENT)
+            return false;
+        throw fault("Cannot replace ");
+    }
+    return true;
+}
+
+std::optional<std::string> SharedFolder::read(const std::string& fileName) const
+{
+    const auto file = path_ / fileName;
+    const Descriptor open(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat found{};
+    if (!open.isOpen() || ::fstat(open.number(), &found) != 0 || !S_ISREG(found.st_mode) ||
+        found.st_uid != ::geteuid())
+        return std::nullopt;
+    std::array<char, longestValue + 1> bytes;
+    std::size_t size = 0;
+    while (size < bytes.size())
+    {
+        const auto got = ::read(open.number(), bytes.data() + size, bytes.size() - size);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return std::nullopt;
+        if (got == 0)
+            return std::string(bytes.data(), size);
+        size += static_cast<std::size_t>(got);
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> SharedFolder::keys() const
+{
+    std::vector<std::string> found;
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(path_, error), end; !error && at != end;
+         at.increment(error))
+    {
+        if (auto key = keyOfFileName(at->path().filename().string()))
+            found.push_back(std::move(*key));
+    }
+    return found;
+}
+
+void SharedFolder::removeLeftDrafts() const
+{
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(path_, error), end; !error && at != end;
+         at.increment(error))
+    {
+        const auto& draft = at->path();
+        if (!writerOfDraftName(draft.filename().string()))
+            continue;
+        const Descriptor open(
+            ::open(draft.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (open.isOpen() && ::flock(open.number(), LOCK_EX | LOCK_NB) == 0)
+            ::unlink(draft.c_str());
+    }
+}
+
+}  // namespace platform

@@ -1,0 +1,530 @@
+#include "tests/simulation/Judge.hpp"
+
+#include <algorithm>
+#include <array>
+
+namespace simulation
+{
+namespace
+{
+
+using platform::KeychainStatus;
+using tessera::AccountState;
+
+/// A sign-in asks five times, a refresh once, and the retry of either four times more.
+constexpr int afterRefresh = 1 + 4;
+constexpr int afterSignIn = 5 + 4;
+
+constexpr std::uint64_t second = 1'000'000'000;
+/// Reads in a second that announcements cause, and those of one call of the host's.
+constexpr std::size_t readsOfAnnouncements = 10;
+constexpr std::size_t readsOfACall = 6;
+
+const Text* tokenOf(const AccountState& state)
+{
+    const auto token = state.token();
+    return token ? Texts::shared().find(token->view()) : nullptr;
+}
+
+std::string nameOf(const Text* text)
+{
+    return text ? text->name : "none";
+}
+
+bool endsASession(CallKind kind)
+{
+    return kind == CallKind::signOut || kind == CallKind::deauthenticate;
+}
+
+bool beginsASession(CallKind kind)
+{
+    return kind == CallKind::signIn || kind == CallKind::authenticate;
+}
+
+std::string describe(const AccountState& state)
+{
+    if (const auto* profile = state.get<tessera::AccountProfile>())
+    {
+        const auto* info = Texts::shared().find(profile->infoJWT.string.view());
+        const bool isLocal = profile->source == tessera::AccountProfileSource::local;
+        return "signedIn " + nameOf(tokenOf(state)) + " " + nameOf(info) +
+               (isLocal ? " local" : " remote");
+    }
+    if (const auto* pending = state.get<tessera::AccountPendingProfile>())
+        return "pending " + nameOf(tokenOf(state)) +
+               (pending->infoErrorMessage ? " with a message" : "");
+    if (state.get<AccountState::Failed>())
+        return "failed";
+    return state.get<AccountState::SignedOut>() ? "signedOut" : "loading";
+}
+
+}  // namespace
+
+std::string_view nameOf(CallKind kind)
+{
+    constexpr std::array<std::string_view, 14> names{"launch",
+                                                     "activation",
+                                                     "signIn",
+                                                     "signOut",
+                                                     "refresh",
+                                                     "refresh(force)",
+                                                     "deleteAccount",
+                                                     "consent",
+                                                     "newsletter",
+                                                     "authenticate",
+                                                     "deauthenticate",
+                                                     "oneTimeCode",
+                                                     "serverSignOutEnded",
+                                                     "history"};
+    return names.at(static_cast<std::size_t>(kind));
+}
+
+void Judge::complain(const std::string& what)
+{
+    trace_("!!! ", what);
+    if (!complaint_)
+        complaint_ = what;
+}
+
+const CallRecord* Judge::latest(const HostRecord& host) const
+{
+    return host.latestChange < 0 ? nullptr
+                                 : &calls_.at(static_cast<std::size_t>(host.latestChange));
+}
+
+/// Whether a sign-in may still be under way.
+bool Judge::isSigningIn(const HostRecord& host) const
+{
+    const auto* change = latest(host);
+    return change && beginsASession(change->kind) && !host.latestHasEnded;
+}
+
+/// Something has happened that may cause a request for the information, with its retries.
+void Judge::stimulated(HostRecord& host)
+{
+    host.infoRequests = 0;
+    host.infoRequestsAllowed = isSigningIn(host) ? afterSignIn + afterRefresh : afterRefresh;
+}
+
+void Judge::hostBegins(int host, int client)
+{
+    hosts_[host].client = client;
+}
+
+void Judge::hostEnds(int host)
+{
+    of(host).isReleased = true;
+}
+
+int Judge::callBegins(int host, CallKind kind, const Text* given)
+{
+    auto& record = of(host);
+    const auto number = static_cast<int>(calls_.size());
+    const bool isChange = beginsASession(kind) || endsASession(kind);
+    record.calls.push_back(now_);
+    if (isChange)
+    {
+        ++record.changes;
+        record.latestChange = number;
+        record.latestHasEnded = false;
+        record.readSinceChange.clear();
+        record.readNothingSinceChange = false;
+        record.possibleSignedOut = 0;
+        record.announcementsAllowed += 2;
+    }
+    if (kind == CallKind::signOut)
+    {
+        ++record.owedSignedOut;
+        record.removalFailed = false;
+    }
+    if (kind == CallKind::deauthenticate)
+        ++record.possibleSignedOut;
+    if (kind == CallKind::deleteAccount)
+        ++record.announcementsAllowed;
+    calls_.push_back({.host = host,
+                      .kind = kind,
+                      .change = record.changes,
+                      .token = record.stateToken,
+                      .issued = given});
+    stimulated(record);
+    return number;
+}
+
+void Judge::callEnds(int number, bool succeeded, const std::string& how)
+{
+    auto& ended = call(number);
+    trace_("  call ", number, " of host ", ended.host, " (", nameOf(ended.kind), ") ends: ", how);
+    ended.succeeded = succeeded;
+    if (++ended.ends > 1)
+        complain("call " + std::to_string(number) + " ended twice");
+    auto& host = of(ended.host);
+    if (host.latestChange == number)
+        host.latestHasEnded = true;
+    if (ended.kind == CallKind::consent && succeeded)
+        stimulated(host);
+    const bool needsToken = ended.kind == CallKind::consent || ended.kind == CallKind::newsletter ||
+                            ended.kind == CallKind::deleteAccount;
+    if (needsToken && !ended.token && succeeded)
+        complain(std::string(nameOf(ended.kind)) + " succeeded without a session");
+}
+
+void Judge::signInReturned(int number, const AccountState& state)
+{
+    const auto& ended = call(number);
+    const auto* token = tokenOf(state);
+    if (token && token != ended.issued)
+        complain("a sign-in returned the session " + nameOf(token) + ", which is another's");
+    if (!ended.written)
+        complain("a sign-in succeeded whose token was not written");
+}
+
+void Judge::requested(Request& request)
+{
+    auto& host = of(request.host);
+    request.change = host.changes;
+    trace_("  request: ", request.description());
+    if (request.operation == Operation::unknown || request.isBearerUnknown)
+        complain("an unknown request: " + request.description());
+    if (request.operation == Operation::signOut)
+    {
+        ended_.insert(request.bearer);
+        if (!mayBeEnded_.contains(request.bearer))
+            complain("the server is asked to end " + nameOf(request.bearer) +
+                     ", which nobody has signed out");
+        return;
+    }
+    if (host.isReleased)
+        complain("a released account sends: " + request.description());
+    judgeBearer(host, request);
+    if (request.operation == Operation::info)
+        if (++host.infoRequests > host.infoRequestsAllowed)
+            complain("request " + std::to_string(host.infoRequests) +
+                     " for the information of one cause: " + request.description());
+}
+
+void Judge::judgeBearer(HostRecord& host, const Request& request)
+{
+    const auto isOpen = [&](const CallRecord& one, CallKind kind)
+    { return one.host == request.host && one.kind == kind && one.ends == 0; };
+    const auto ofCall = [&](CallKind kind)
+    {
+        return std::ranges::any_of(calls_, [&](const auto& one)
+                                   { return isOpen(one, kind) && one.token == request.bearer; });
+    };
+    bool isRight = true;
+    if (request.operation == Operation::oneTimeCode)
+        isRight = !request.bearer;
+    if (request.operation == Operation::consent)
+        isRight = request.bearer && ofCall(CallKind::consent);
+    if (request.operation == Operation::newsletter)
+        isRight = request.bearer && ofCall(CallKind::newsletter);
+    if (request.operation == Operation::deleteAccount)
+        isRight = request.bearer && ofCall(CallKind::deleteAccount);
+    if (request.operation == Operation::info)
+        isRight = request.bearer != nullptr;
+    if (request.operation == Operation::signIn && request.bearer)
+        isRight = std::ranges::any_of(
+            host.states,
+            [&](const auto& state)
+            {
+                const auto* profile = state.template get<tessera::AccountProfile>();
+                return profile && profile->info().isAnonymous() && tokenOf(state) == request.bearer;
+            });
+    if (!isRight)
+        complain("the wrong token: " + request.description());
+}
+
+void Judge::answered(const Request& request, const Answer& answer)
+{
+    auto& host = of(request.host);
+    const bool accepted = answer.status == 200 || answer.status == 204;
+    if (!accepted)
+        return;
+    if (request.operation == Operation::signIn && answer.text && request.call >= 0)
+    {
+        call(request.call).issued = answer.text;
+        mayBeEnded_.insert(answer.text);
+    }
+    if (request.operation == Operation::info && answer.text)
+    {
+        host.received.push_back({answer.text, request.bearer, request.change});
+        const bool isOthers = answer.text->isInfo() && answer.text->client == host.client &&
+                              answer.text->user != request.bearer->user;
+        if (isOthers && isSigningIn(host))
+        {
+            ++host.possibleSignedOut;
+            mayBeEnded_.insert(request.bearer);
+        }
+    }
+    if (request.operation == Operation::deleteAccount)
+    {
+        ++host.possibleSignedOut;
+        mayBeEnded_.insert(request.bearer);
+    }
+}
+
+void Judge::itemCalled(const ItemCall& made)
+{
+    constexpr std::array<std::string_view, 3> verbs{"reads", "writes", "removes"};
+    constexpr std::array<std::string_view, 3> items{"Token", "Info", "another item"};
+    const auto* text = Texts::shared().find(made.text);
+    trace_("  host ", made.host, " ", verbs.at(static_cast<std::size_t>(made.kind)), " ",
+           items.at(static_cast<std::size_t>(made.item)), " ", nameOf(text), ": ",
+           static_cast<int>(made.status));
+    auto& host = of(made.host);
+    // A read that was on its way has no effect.
+    if (host.isReleased && made.kind != ItemCall::Kind::read)
+        complain("a released account " +
+                 std::string(verbs.at(static_cast<std::size_t>(made.kind))) + " an item");
+    if (made.item == Item::token && made.kind == ItemCall::Kind::read)
+        tokenRead(host, made);
+    if (made.item == Item::token && made.kind == ItemCall::Kind::write)
+        tokenWritten(host, made, text);
+    if (made.item == Item::token && made.kind == ItemCall::Kind::removal)
+        tokenRemoved(host, made);
+    if (made.item == Item::info && made.kind == ItemCall::Kind::write)
+        infoWritten(host, made, text);
+}
+
+void Judge::tokenRead(HostRecord& host, const ItemCall& made)
+{
+    host.tokenReads.push_back(now_);
+    const auto since = [&](const std::vector<std::uint64_t>& times, std::uint64_t span)
+    {
+        return static_cast<std::size_t>(
+            std::ranges::count_if(times, [&](auto time) { return time + span > now_; }));
+    };
+    const auto calls = since(host.calls, 10 * second);
+    if (since(host.tokenReads, second) > readsOfAnnouncements + readsOfACall * (calls + 1))
+        complain("the stored token is read more than ten times a second");
+
+    const bool isMissing = made.status == KeychainStatus::itemNotFound;
+    if (made.status != KeychainStatus::success && !isMissing)
+        return;
+    const auto* text = isMissing ? nullptr : Texts::shared().find(made.text);
+    if (!host.known || *host.known != text)
+        stimulated(host);
+    host.known = text;
+    if (isMissing)
+        host.readNothingSinceChange = true;
+    else
+        host.readSinceChange.insert(text);
+    const auto* change = latest(host);
+    // The sign-out's own read tells which session the server is to end.
+    if (change && change->kind == CallKind::signOut && !host.latestHasEnded && text)
+    {
+        mayBeEnded_.insert(text);
+        if (text->isSession())
+            toBeEnded_.emplace(text, "it was signed out");
+    }
+}
+
+void Judge::tokenWritten(HostRecord& host, const ItemCall& made, const Text* text)
+{
+    const auto* change = latest(host);
+    const bool isLatest = change && beginsASession(change->kind) && change->issued == text;
+    if (!isLatest)
+        complain("the session " + nameOf(text) + " is written after it was superseded");
+    if (made.status == KeychainStatus::success)
+    {
+        lastTokenChanger_ = made.host;
+        storedToken_ = text;
+        host.known = text;
+    }
+    if (!isLatest)
+        return;
+    auto& mine = call(host.latestChange);
+    (made.status == KeychainStatus::success ? mine.written : mine.writeFailed) = true;
+}
+
+void Judge::tokenRemoved(HostRecord& host, const ItemCall& made)
+{
+    if (host.owedSignedOut + host.possibleSignedOut <= 0)
+        complain("the stored token is removed, though nobody has signed out");
+    // What a sign-out reads and what it removes may be two sessions.
+    if (made.status == KeychainStatus::success || made.status == KeychainStatus::itemNotFound)
+    {
+        lastTokenChanger_ = made.host;
+        storedToken_ = nullptr;
+        host.known = nullptr;
+    }
+    else
+        host.removalFailed = true;
+}
+
+void Judge::infoWritten(HostRecord& host, const ItemCall& made, const Text* text)
+{
+    host.infoWriteFailed = made.status != KeychainStatus::success;
+    const auto* change = latest(host);
+    const bool hasSession =
+        host.stateToken || isSigningIn(host) || !change || !endsASession(change->kind);
+    if (!hasSession)
+        complain("information is written after the session was ended");
+    if (!text || !text->isInfo() || text->client != host.client)
+        complain("information is written that is not this client's: " + nameOf(text));
+}
+
+void Judge::announced(int number)
+{
+    trace_("  host ", number, " announces");
+    auto& host = of(number);
+    if (host.isReleased)
+        complain("a released account announces");
+    if (++host.announcements > host.announcementsAllowed)
+        complain("a change is announced that this account has not made");
+    const auto* change = latest(host);
+    if (!change)
+        return;
+    if (endsASession(change->kind) && storedToken_ && lastTokenChanger_ == number &&
+        !host.removalFailed)
+        complain("a sign-out is announced before the token is removed");
+    if (endsASession(change->kind) && storedToken_ && storedToken_ == host.stateToken &&
+        !host.removalFailed)
+        complain("a sign-out is announced while its token is stored");
+    if (beginsASession(change->kind) && !change->written && host.possibleSignedOut == 0)
+        complain("a sign-in is announced before its token is written");
+}
+
+void Judge::stateSeen(int number, const AccountState& state)
+{
+    auto& host = of(number);
+    trace_("  host ", number, " is ", describe(state));
+    if (host.isReleased)
+        complain("a released account publishes");
+    const auto* before = host.stateToken;
+    host.states.push_back(state);
+    host.stateToken = tokenOf(state);
+    if (host.states.size() == 1)
+        return;
+    if (state.token() && !host.stateToken)
+        complain("the state holds a token that nobody has issued");
+    if (host.stateToken)
+        judgeToken(host, before);
+    if (const auto* profile = state.get<tessera::AccountProfile>())
+        judgeProfile(host, *profile);
+    if (state.get<AccountState::SignedOut>())
+        judgeSignedOut(host);
+}
+
+/// A session is published by the work of the latest generation alone: it is the one that was there,
+/// the one of the latest sign-in, or one that was read since.
+void Judge::judgeToken(HostRecord& host, const Text* before)
+{
+    const auto* token = host.stateToken;
+    const auto* change = latest(host);
+    const bool isAdopted = change && beginsASession(change->kind) && change->issued == token;
+    if (isAdopted && !change->written && token != before && !host.readSinceChange.contains(token))
+        complain("the session " + nameOf(token) + " is published and was not written");
+    const bool isFollowed = host.readSinceChange.contains(token);
+    if (token != before && !isAdopted && !isFollowed)
+        complain("the session " + nameOf(token) + " is published after it was superseded");
+    if (change && change->kind == CallKind::authenticate && isAdopted)
+        host.latestHasEnded = true;
+}
+
+void Judge::judgeProfile(const HostRecord& host, const tessera::AccountProfile& profile)
+{
+    const auto* info = Texts::shared().find(profile.infoJWT.string.view());
+    if (!info || !info->isInfo() || info->client != host.client)
+    {
+        complain("a profile has information that is not this client's: " + nameOf(info));
+        return;
+    }
+    if (info->user != host.stateToken->user)
+        complain("a profile has the information of another user: " + nameOf(info));
+    const HostRecord::Received received{info, host.stateToken, host.changes};
+    if (profile.source == tessera::AccountProfileSource::remote &&
+        std::ranges::find(host.received, received) == host.received.end())
+        complain("a profile has information that this session has not received: " + info->name);
+}
+
+void Judge::judgeSignedOut(HostRecord& host)
+{
+    if (host.owedSignedOut > 0)
+        --host.owedSignedOut;
+    else if (host.possibleSignedOut > 0)
+        --host.possibleSignedOut;
+    else if (!host.readNothingSinceChange)
+        complain("signed out, though nobody has signed out and the token was not missing");
+}
+
+void Judge::settled(const std::vector<std::shared_ptr<Transfer>>& open)
+{
+    for (auto& [number, host] : hosts_)
+    {
+        std::vector<const Transfer*> own;
+        for (const auto& transfer : open)
+            if (transfer->request().host == number && !transfer->isCancelled())
+                own.push_back(transfer.get());
+        judgeOpen(host, own);
+        if (host.isReleased)
+            continue;
+        if (host.owedSignedOut > 0)
+            complain("a sign-out of host " + std::to_string(number) + " was not published");
+        judgeStored(number, host);
+    }
+}
+
+void Judge::judgeOpen(const HostRecord& host, const std::vector<const Transfer*>& open)
+{
+    int infoRequests = 0;
+    for (const auto* transfer : open)
+    {
+        const auto& request = transfer->request();
+        if (host.isReleased && request.operation != Operation::signOut)
+            complain("a released account still waits: " + request.description());
+        if (request.operation != Operation::info)
+            continue;
+        ++infoRequests;
+        const auto* change = latest(host);
+        const bool isOfSignIn = isSigningIn(host) && change->issued == request.bearer;
+        if (request.bearer != host.stateToken && !isOfSignIn)
+            complain("a request of an older session goes on: " + request.description());
+    }
+    if (infoRequests > 1)
+        complain("two requests for the information at the same time");
+}
+
+void Judge::judgeStored(int number, const HostRecord& host)
+{
+    if (lastTokenChanger_ != number || isSigningIn(host))
+        return;
+    if (host.stateToken && host.stateToken != storedToken_)
+        complain("the session " + nameOf(host.stateToken) + " is published and not stored");
+    const bool isSignedOut =
+        !host.states.empty() && host.states.back().get<AccountState::SignedOut>();
+    if (isSignedOut && storedToken_ && !host.removalFailed)
+        complain("signed out, and the session " + nameOf(storedToken_) + " is stored");
+}
+
+void Judge::atRest()
+{
+    for (auto& [number, host] : hosts_)
+    {
+        const auto* change = latest(host);
+        if (change && change->kind != CallKind::signIn)
+            host.latestHasEnded = true;
+    }
+}
+
+void Judge::ended(const AccountServer& server)
+{
+    for (std::size_t number = 0; number < calls_.size(); ++number)
+    {
+        const auto& one = calls_[number];
+        if (one.isAwaited && one.ends != 1)
+            complain("call " + std::to_string(number) + " (" + std::string(nameOf(one.kind)) +
+                     ") has not ended");
+        // Whoever was given a session keeps it or ends it.
+        const bool isLost = one.kind == CallKind::signIn && one.issued && one.issued->isSession() &&
+                            !one.written && server.isAlive(*one.issued) &&
+                            !hosts_.at(one.host).isReleased && !ended_.contains(one.issued);
+        if (isLost)
+            complain("the session " + one.issued->name + " was received and dropped");
+    }
+    for (const auto& [token, why] : toBeEnded_)
+        if (!ended_.contains(token))
+            complain("the server is not asked to end " + token->name + ", though " + why);
+}
+
+}  // namespace simulation
