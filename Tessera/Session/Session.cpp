@@ -78,7 +78,7 @@ void Account::Session::begin()
         [held](const AccountState& state)
         {
             if (const auto self = held.lock())
-                self->handOff(state);
+                self->handOff(state.token());
         }));
     if (!services.keyValueStore)
         return;
@@ -183,12 +183,9 @@ void Account::Session::report(AccountDiagnosticCode code, const std::exception_p
     report(AccountDiagnostic{code, platform::describe(error)});
 }
 
-/// The service holds the token of the published state. A hand-off begins at once, and the actor
-/// takes them in their order.
-void Account::Session::handOff(const AccountState& state)
+void Account::Session::handOff(std::optional<SecretString> token)
 {
     requireMain();
-    auto token = state.token();
     platform::Task<void>::start(
         main_, token ? service.authenticate(*std::move(token)) : service.deauthenticate());
 }
@@ -224,10 +221,8 @@ void Account::Session::endSession(AccountTransitionCause cause, bool onServer,
     using Left = SessionStore::Left;
     if (left == Left::nothing || left == Left::anothers)
         machine.tokenKnown(std::nullopt);
-    else if (token)
-        machine.tokenKnown(token);
     else
-        machine.tokenUnknown();
+        machine.tokenLeftBehind(token);
     if (left != Left::anothers)
         announce();
     if (left == Left::unremoved)

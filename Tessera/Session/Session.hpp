@@ -118,7 +118,9 @@ private:
     void record(AccountTransitionCause cause);
     void report(std::optional<AccountDiagnostic> noticed) { diagnostic.send(std::move(noticed)); }
     void report(AccountDiagnosticCode code, const std::exception_ptr& error);
-    void handOff(const AccountState& state);
+    /// Gives the service its token. It begins at once, and the actor keeps the order: a call that
+    /// is awaited right after it, with nothing in between, is made with this token.
+    void handOff(std::optional<platform::SecretString> token);
     void announce();
     void endSession(AccountTransitionCause cause, bool onServer,
                     const platform::SecretString* onlyOf);
@@ -172,9 +174,6 @@ private:
     void scheduleRetry();
     static Awaitable<void> retryRefresh(Self self, Generation generation);
     static Awaitable<void> retryAttempt(Self self, Generation generation);
-
-    static Awaitable<void> sendNewsletter(Self self, Generation generation,
-                                          platform::SecretString token);
 
     // ---- SessionFollowing.cpp
 

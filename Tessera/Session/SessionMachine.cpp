@@ -198,13 +198,30 @@ void SessionMachine::tokenKnown(std::optional<platform::SecretBytes> token)
     known_ = KnownToken{std::move(token)};
 }
 
+void SessionMachine::tokenLeftBehind(std::optional<platform::SecretBytes> token)
+{
+    known_.reset();
+    if (token)
+        known_ = KnownToken{std::move(token), true};
+}
+
+bool SessionMachine::storedTokenIsUnpublished() const
+{
+    if (!known_ || !known_->token || known_->leftBehind)
+        return false;
+    const auto published = state_.token();
+    return !published || *known_->token != platform::SecretBytes(published->bytes());
+}
+
 SessionMachine::StoredToken SessionMachine::tokenRead(
     const std::optional<platform::SecretBytes>& token)
 {
     const bool nothingToLose =
         !token && !signingIn_ && state_.get<AccountState::SignedOut>() != nullptr;
-    if (nothingToLose || (!known_ && !refreshRestoresFirst()))
-        tokenKnown(token);
+    if (nothingToLose)
+        tokenKnown(std::nullopt);
+    else if (!known_ && !refreshRestoresFirst())
+        tokenLeftBehind(token);
     if (known_ && known_->token == token)
         return StoredToken::known;
     return token ? StoredToken::another : StoredToken::gone;

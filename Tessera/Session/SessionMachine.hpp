@@ -120,7 +120,12 @@ public:
 
     /// Remembers what this account itself has read, written or removed.
     void tokenKnown(std::optional<platform::SecretBytes> token);
-    void tokenUnknown() { known_.reset(); }
+    /// A sign-out could not remove it: it is known, and it is no session. Nothing: it could not be
+    /// read either.
+    void tokenLeftBehind(std::optional<platform::SecretBytes> token);
+
+    /// Whether this account has stored a session that its state does not show.
+    bool storedTokenIsUnpublished() const;
 
     enum class StoredToken
     {
@@ -138,6 +143,7 @@ private:
     struct KnownToken
     {
         std::optional<platform::SecretBytes> token;
+        bool leftBehind = false;
     };
 
     SessionOrders assign(AccountState state, AccountTransitionCause cause);

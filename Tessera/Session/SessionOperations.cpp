@@ -43,9 +43,7 @@ platform::Awaitable<void> Account::Session::consentToTerms(std::string revision,
     auto steps = [](Self self, Generation generation, std::string ofRevision,
                     std::string inLanguage) -> Awaitable<void>
     {
-        auto handOff = self->service.authenticate(self->requiredToken());
-        co_await std::move(handOff);
-        self->requireCurrent(generation);
+        self->handOff(self->requiredToken());
         auto call = self->service.consentToTerms(std::move(ofRevision), std::move(inLanguage));
         co_await std::move(call);
         self->requireCurrent(generation);
@@ -72,16 +70,6 @@ platform::Awaitable<void> Account::Session::refreshAfterConsent(Self self, Gener
     co_await std::move(refreshing);
 }
 
-platform::Awaitable<void> Account::Session::sendNewsletter(Self self, Generation generation,
-                                                           SecretString token)
-{
-    auto handOff = self->service.authenticate(std::move(token));
-    co_await std::move(handOff);
-    self->requireCurrent(generation);
-    auto call = self->service.requestNewsletter();
-    co_await std::move(call);
-}
-
 platform::Awaitable<void> Account::Session::requestNewsletter()
 {
     auto steps = [](Self self, Generation generation) -> Awaitable<void>
@@ -89,7 +77,8 @@ platform::Awaitable<void> Account::Session::requestNewsletter()
         auto token = self->requiredToken();
         const auto user = self->machine.state().uuid();
         self->newsletterStatus.send(NewsletterStatus::submitting);
-        auto sending = sendNewsletter(self, generation, std::move(token));
+        self->handOff(std::move(token));
+        auto sending = self->service.requestNewsletter();
         const auto outcome = co_await platform::detail::outcomeOf<void>(std::move(sending));
         // The status belongs to the user, not to the session; a released account has none.
         const bool sameUser = !self->released_ && self->machine.state().uuid() == user;

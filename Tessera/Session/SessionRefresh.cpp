@@ -14,6 +14,12 @@ void Account::Session::launch()
 {
     if (!machine.restoresAtLaunch() || restoreTask_.isRunning())
         return;
+    // A sign-in comes first; the stored session is of interest if it adopts none.
+    if (machine.signingIn())
+    {
+        interrupted_.restore = true;
+        return;
+    }
     restoreTask_.start(main_, restoreAtLaunch(shared_from_this(), machine.generation()));
 }
 
@@ -94,9 +100,8 @@ void Account::Session::decodeStoredInfo(const platform::Outcome<Stored>& read,
 platform::Awaitable<SecretString> Account::Session::fetchInfo(Self self, Generation generation,
                                                               SecretString token)
 {
-    auto handOff = self->service.authenticate(std::move(token));
-    co_await std::move(handOff);
     self->requireCurrent(generation);
+    self->handOff(std::move(token));
     auto call = self->service.info();
     co_return co_await std::move(call);
 }

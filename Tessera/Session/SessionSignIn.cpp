@@ -27,9 +27,14 @@ void Account::Session::signInEnds()
     machine.signInEnds();
     signInTask_.reset();
     const auto interrupted = std::exchange(interrupted_, {});
-    if (interrupted.restore)
+    const bool restores = machine.restoresAtLaunch();
+    // A sign-in before this one may have stored its token and then been superseded.
+    const bool unpublished = machine.storedTokenIsUnpublished();
+    if (restores && (interrupted.restore || unpublished))
         launch();
-    if (interrupted.refresh && machine.retryCalledFor())
+    if (!restores && unpublished)
+        startRefresh(AccountTransitionCause::restored);
+    else if (interrupted.refresh && machine.retryCalledFor())
         scheduleRetry();
     else if (interrupted.refresh)
         startRefresh();
@@ -63,11 +68,7 @@ platform::Awaitable<AccountState> Account::Session::exchange(Self self, Generati
     const auto* profile = self->machine.state().get<AccountProfile>();
     const bool authenticated = profile && profile->info().isAnonymous();
     if (authenticated)
-    {
-        auto handOff = self->service.authenticate(profile->token());
-        co_await std::move(handOff);
-        self->requireCurrent(generation);
-    }
+        self->handOff(profile->token());
     auto call = self->service.signIn(std::move(email), std::move(code), authenticated);
     auto text = co_await std::move(call);
     const auto cancellation = co_await boost::asio::this_coro::cancellation_state;

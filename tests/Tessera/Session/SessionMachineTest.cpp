@@ -341,7 +341,10 @@ TEST(SessionMachine, TurnsEachInputIntoAStateAndOrders)
 TEST(SessionMachine, TellsAStoredTokenFromTheKnownOne)
 {
     const auto unknown = [](Way way)
-    { return then(std::move(way), [](SessionMachine& machine) { machine.tokenUnknown(); }); };
+    {
+        return then(std::move(way),
+                    [](SessionMachine& machine) { machine.tokenLeftBehind(std::nullopt); });
+    };
     struct Row
     {
         const char* name;
