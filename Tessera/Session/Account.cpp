@@ -109,7 +109,7 @@ Awaitable<AccountState> Account::signIn(SecretString email, SecretString oneTime
 void Account::signOut()
 {
     session_->requireMain();
-    session_->signOut(AccountTransitionCause::signedOut, true);
+    session_->signOut(AccountTransitionCause::signedOut);
 }
 
 Awaitable<bool> Account::serverSignOutEnded() const

@@ -27,9 +27,11 @@ namespace tessera
 /// share one sign-in.
 ///
 /// Thread: the main thread (`platform::Services::mainActor`, which the host must name) makes it,
-/// calls its members, hears its publishers and destroys it; a call from elsewhere stops the
-/// process. The awaitables that it returns may be awaited on any executor. No member waits for the
-/// network; only `signOut` waits for the disk.
+/// calls its members, hears its publishers and destroys it; an operation that is called from
+/// elsewhere stops the process. The awaitables that it returns may be awaited on any executor. No
+/// member waits for the network. `signOut`, and what ends like it (`deauthenticate`,
+/// `deleteAccount`, a sign-in that got another user's information), removes the session from the
+/// keychain on the main thread; telling other programs of a change writes one small file there.
 ///
 /// Ownership: the host holds it. When it is destroyed its work ends: calls under way throw
 /// `CancellationError`, nothing is published, written or sent any more. The server's half of a
@@ -60,8 +62,9 @@ public:
     AccountEnvironment::Distribution distribution() const noexcept;
     const AccountClient& client() const noexcept;
 
-    /// Where the session stands. A subscriber hears of every assignment, in order; inside a
-    /// handler, this may be newer than what the handler is told.
+    /// Where the session stands; the reference holds until the next change. A subscriber hears of
+    /// every assignment, in order; inside a handler, this may be newer than what the handler is
+    /// told.
     const AccountState& state() const noexcept;
     platform::Publisher<AccountState> statePublisher() const;
 
@@ -103,12 +106,13 @@ public:
                                              platform::SecretString oneTimeCode);
 
     /// Signs out at once, here and in all programs of the user; the server is told in the
-    /// background. Waits for two removals from the keychain, and longer (5 seconds at most) only
-    /// behind another holder of the store. Cannot fail.
+    /// background. Waits for a read and two removals in the keychain, and longer (5 seconds at most
+    /// for each) only behind another holder of the store. Cannot fail; what the keychain did not
+    /// let go is in the `diagnostic`.
     void signOut();
 
     /// Waits until the server has answered the sign-outs so far, or will not, for programs that end
-    /// right after one. Whether it has confirmed them all; false leaves a session that ends by
+    /// right after one. Whether it has confirmed the last; false leaves a session that ends by
     /// itself, in time.
     platform::Awaitable<bool> serverSignOutEnded() const;
 

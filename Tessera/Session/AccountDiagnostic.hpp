@@ -29,8 +29,9 @@ enum class AccountDiagnosticCode
     /// Other programs of the user could not be told of the change of the token.
     changeNotAnnounced
 };
-BOOST_DESCRIBE_ENUM(AccountDiagnosticCode, keychainUnreadable, storedTokenUnusable, sessionNotRemoved,
-                    infoNotStored, refreshFailed, sessionRefused, authenticationFailed, changeNotAnnounced)
+BOOST_DESCRIBE_ENUM(AccountDiagnosticCode, keychainUnreadable, storedTokenUnusable,
+                    sessionNotRemoved, infoNotStored, refreshFailed, sessionRefused,
+                    authenticationFailed, changeNotAnnounced)
 
 struct AccountDiagnostic
 {

@@ -37,17 +37,19 @@ std::shared_ptr<AccountHistory> historyOf(const AccountEnvironment& environment,
         services.diagnostics);
 }
 
-/// What only tells once more where the session stands would push out the lines that tell why.
+/// What only tells once more what the last line says would push out the lines that tell why.
 void keep(const AccountHistory& history, const AccountTransition& transition)
 {
     using Cause = AccountTransitionCause;
     const auto cause = transition.cause;
-    const bool repeats = cause == Cause::restored || cause == Cause::noStoredSession ||
-                         cause == Cause::refreshed || cause == Cause::refreshFailed;
-    if (repeats)
+    const bool repeatsItsState = cause == Cause::restored || cause == Cause::noStoredSession ||
+                                 cause == Cause::refreshed || cause == Cause::refreshFailed;
+    if (repeatsItsState || cause == Cause::refreshRefused)
     {
         const auto known = history.read();
-        if (!known.empty() && known.back().state == transition.state)
+        const bool isKnown = !known.empty() && known.back().state == transition.state &&
+                             (repeatsItsState || known.back().cause == cause);
+        if (isKnown)
             return;
     }
     history.append(transition);
@@ -94,11 +96,16 @@ void Account::Session::begin()
 void Account::Session::release()
 {
     requireMain();
-    released_ = true;
     network_->end();
+    if (deauthenticating_)
+    {
+        store_->signOut(*deauthenticating_);
+        announce();
+        deauthenticating_.reset();
+    }
+    released_ = true;
     machine.released();
     cancellables.clear();
-    keyValueStore_.reset();
     environmentTokenChangeTask.cancel();
     tokenReadPause_.cancel();
     generationBegins();
@@ -144,28 +151,28 @@ void Account::Session::generationBegins()
 void Account::Session::carryOut(const SessionOrders& orders)
 {
     const auto generation = machine.generation();
+    if (orders.removeInfo)
+        removeInfo();
     if (orders.publish)
         publish(*orders.publish);
     // Whoever hears of the state may have signed out.
-    if (!isCurrent(generation))
-        return;
-    if (orders.removeInfo)
-        platform::Task<void>::start(main_, removeInfo(shared_from_this(), generation));
-    if (orders.scheduleRetry)
+    if (orders.scheduleRetry && isCurrent(generation))
         scheduleRetry();
 }
 
 void Account::Session::publish(AccountTransitionCause cause)
 {
     record(cause);
-    const auto user = machine.state().uuid();
-    const bool userChanges = (user && user != newsletterUser_) ||
-                             machine.state().get<AccountState::SignedOut>() != nullptr;
-    if (user)
-        newsletterUser_ = user;
-    if (userChanges && newsletterStatus.value() != NewsletterStatus::idle)
-        newsletterStatus.send(NewsletterStatus::idle);
+    const auto generation = machine.generation();
+    using Change = NewsletterUser::Change;
+    const auto change = newsletterUser_.changeWith(machine.state());
     stateSubject.send(machine.state());
+    // A request that was made before the user was named can tell nothing about this one.
+    const bool ends =
+        change == Change::another ||
+        (change == Change::named && newsletterStatus.value() == NewsletterStatus::submitting);
+    if (ends && isCurrent(generation) && newsletterStatus.value() != NewsletterStatus::idle)
+        newsletterStatus.send(NewsletterStatus::idle);
 }
 
 void Account::Session::record(AccountTransitionCause cause)
@@ -176,6 +183,12 @@ void Account::Session::record(AccountTransitionCause cause)
         services.storage,
         [history = history_, transition = AccountTransition{now(), kind(machine.state()), cause}]
         { keep(*history, transition); });
+}
+
+void Account::Session::clearDiagnostic()
+{
+    if (diagnostic.value())
+        report(std::nullopt);
 }
 
 void Account::Session::report(AccountDiagnosticCode code, const std::exception_ptr& error)
@@ -197,47 +210,52 @@ void Account::Session::announce()
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%.3f", now().secondsSince1970);
     keyValueStore_->setString(seconds, detail::tokenTouched);
-    if (!keyValueStore_->synchronize())
+    if (!keyValueStore_->synchronize() && !released_)
         report(AccountDiagnostic{AccountDiagnosticCode::changeNotAnnounced, {}});
 }
 
-void Account::Session::signOut(AccountTransitionCause cause, bool onServer)
+void Account::Session::signOut(AccountTransitionCause cause)
 {
-    endSession(cause, onServer, nullptr);
+    endSession(signOutBegins(), cause, {.onServer = true});
 }
 
 void Account::Session::signOutOf(const SecretString& token, AccountTransitionCause cause)
 {
-    endSession(cause, true, &token);
+    endSession(signOutBegins(), cause, {.onServer = true, .onlyOf = &token});
 }
 
-void Account::Session::endSession(AccountTransitionCause cause, bool onServer,
-                                  const SecretString* onlyOf)
+Generation Account::Session::signOutBegins()
 {
+    deauthenticating_.reset();
     const auto generation = machine.signOutBegins(now());
     environmentTokenChangeTask.cancel();
     generationBegins();
-    auto [token, left] = store_->signOut(generation, onlyOf);
+    return generation;
+}
+
+void Account::Session::endSession(Generation generation, AccountTransitionCause cause,
+                                  const End& end)
+{
+    // Whoever hears of the state may let go of the account.
+    const auto self = shared_from_this();
+    auto [token, left] = store_->signOut(generation, end.onlyOf);
     using Left = SessionStore::Left;
-    if (left == Left::nothing || left == Left::anothers)
-        machine.tokenKnown(std::nullopt);
-    else
+    if (left == Left::unremoved)
         machine.tokenLeftBehind(token);
+    else
+        machine.tokenKnown(std::nullopt);
+    clearDiagnostic();
     if (left != Left::anothers)
         announce();
     if (left == Left::unremoved)
         report(AccountDiagnosticCode::sessionNotRemoved,
                std::make_exception_ptr(AccountError(AccountError::keychainAccess)));
-    else if (diagnostic.value())
-        report(std::nullopt);
     carryOut(machine.signedOut(cause));
-    if (left == Left::anothers)
-    {
-        if (isCurrent(generation))
-            lookForTokenChange(1);
-        token = platform::SecretBytes(onlyOf->bytes());
-    }
-    if (onServer && token)
+    if (left == Left::anothers && isCurrent(generation))
+        lookForTokenChange(1);
+    if (end.onlyOf)
+        endOnServer(*end.onlyOf);
+    else if (end.onServer && token)
         endOnServer(SecretString(*std::move(token)));
 }
 
@@ -248,27 +266,31 @@ void Account::Session::endOnServer(const SecretString& token)
     serverSignOuts_.push_back(platform::Task<void>::start(main_, farewell_.signOut(token)));
 }
 
+/// Begun at once, so that it comes before whatever the host does next, and done in a turn of its
+/// own.
 void Account::Session::deauthenticate()
 {
-    const auto generation = machine.signOutBegins(now());
-    environmentTokenChangeTask.cancel();
-    generationBegins();
+    deauthenticating_ = signOutBegins();
     auto steps = [](Self self, Generation begun) -> Awaitable<void>
     {
-        self->requireCurrent(begun);
-        self->signOut(AccountTransitionCause::deauthenticated, false);
+        if (self->deauthenticating_ == begun)
+            self->finishDeauthentication();
         co_return;
     };
-    auto work = detail::inOwnTurn<void>(steps(shared_from_this(), generation));
+    auto work = detail::inOwnTurn<void>(steps(shared_from_this(), *deauthenticating_));
     platform::Task<void>::start(main_, std::move(work));
 }
 
-platform::Awaitable<void> Account::Session::removeInfo(Self self, Generation generation)
+void Account::Session::finishDeauthentication()
 {
-    std::function<void(SessionStore&)> remove = [generation](SessionStore& store)
-    { store.removeInfo(generation); };
-    auto work = self->onStorage<void>(std::move(remove));
-    co_await std::move(work);
+    if (const auto generation = std::exchange(deauthenticating_, std::nullopt))
+        endSession(*generation, AccountTransitionCause::deauthenticated, {.onServer = false});
+}
+
+/// The storage takes its work in order: what a later session writes comes after this.
+void Account::Session::removeInfo()
+{
+    boost::asio::post(services.storage, [store = store_] { store->removeInfo(); });
 }
 
 }  // namespace tessera

@@ -60,12 +60,12 @@ public:
     Awaitable<void> refresh(bool force);
     Awaitable<void> consentToTerms(std::string revision, std::string language);
     Awaitable<void> requestNewsletter();
-    Awaitable<bool> serverSignOutEnded();
+    Awaitable<bool> serverSignOutEnded() const;
     Awaitable<std::vector<AccountTransition>> history();
 
     void launch();
     void activate();
-    void signOut(AccountTransitionCause cause, bool onServer);
+    void signOut(AccountTransitionCause cause);
     /// Ends the session of this token, and leaves alone what another program has stored since.
     void signOutOf(const platform::SecretString& token, AccountTransitionCause cause);
     void authenticate(platform::SecretString token);
@@ -81,6 +81,25 @@ public:
     platform::CurrentValueSubject<std::optional<AccountDiagnostic>> diagnostic{std::nullopt};
 
 private:
+    /// Whose newsletter the status is about.
+    class NewsletterUser
+    {
+    public:
+        enum class Change
+        {
+            none,
+            /// The account information has told who the user is.
+            named,
+            another
+        };
+        /// What this state means for it; the state's user is remembered.
+        Change changeWith(const AccountState& state);
+
+    private:
+        std::optional<std::string> user_;
+        std::optional<boost::uuids::uuid> uuid_;
+    };
+
     using Stored = std::optional<platform::SecretBytes>;
 
     /// A call of the host that has not ended.
@@ -102,7 +121,10 @@ private:
 
     // ---- Session.cpp
 
-    bool isCurrent(Generation generation) const { return generation == machine.generation(); }
+    bool isCurrent(Generation generation) const
+    {
+        return !released_ && generation == machine.generation();
+    }
     /// Throws `CancellationError` when the generation has passed.
     void requireCurrent(Generation generation) const;
     /// The same for calls; those that belong to nobody end with the account.
@@ -122,8 +144,17 @@ private:
     /// is awaited right after it, with nothing in between, is made with this token.
     void handOff(std::optional<platform::SecretString> token);
     void announce();
-    void endSession(AccountTransitionCause cause, bool onServer,
-                    const platform::SecretString* onlyOf);
+    struct End
+    {
+        bool onServer;
+        /// The one token that is meant; another that is stored stays.
+        const platform::SecretString* onlyOf = nullptr;
+    };
+    Generation signOutBegins();
+    void endSession(Generation generation, AccountTransitionCause cause, const End& end);
+    void finishDeauthentication();
+    void removeInfo();
+    void clearDiagnostic();
 
     /// Runs what waits for the disk, and comes back.
     template <class T>
@@ -144,6 +175,7 @@ private:
                                                    AccountTokenJWT token);
     Generation signInBegins();
     void signInEnds();
+    void storedTooLate(const platform::SecretString& token);
     void endOnServer(const platform::SecretString& token);
 
     // ---- SessionRefresh.cpp
@@ -160,7 +192,6 @@ private:
     static Awaitable<void> restoreAtLaunch(Self self, Generation generation);
     void decodeStoredInfo(const platform::Outcome<Stored>& read, StoredSession& session);
     void reportUnrestored(const std::exception_ptr& error);
-    static Awaitable<void> removeInfo(Self self, Generation generation);
 
     /// Why a refresh reads the keychain first, if it does.
     using Restoration = std::optional<AccountTransitionCause>;
@@ -175,15 +206,24 @@ private:
     static Awaitable<void> retryRefresh(Self self, Generation generation);
     static Awaitable<void> retryAttempt(Self self, Generation generation);
 
+    /// Waits while a sign-in is under way, however it ends.
+    static Awaitable<void> signInEnded(Self self);
+    static Awaitable<void> sendNewsletter(Self self, Generation generation,
+                                          platform::SecretString token);
+
     // ---- SessionFollowing.cpp
 
     void keysChanged(const platform::ExternalKeyValueChange& change);
     void lookForTokenChange(int reads);
     static Awaitable<void> pollToken(Self self, Generation generation, int reads);
     static Awaitable<Stored> readToken(Self self);
-    static Awaitable<void> followSignOut(Self self);
+    /// Whether there was anything to follow.
+    bool follow(Stored token);
+    void followSignOut();
     void followSignIn(Stored token);
 
+    // What the description of the account calls by name, and hosts' developers look for, has no
+    // underscore.
     const platform::Executor main_;
     const std::shared_ptr<EndableURLSession> network_;
     AccountService service;
@@ -213,7 +253,9 @@ private:
     };
     Interrupted interrupted_;
 
-    std::optional<boost::uuids::uuid> newsletterUser_;
+    /// A `deauthenticate` that has begun, and not yet ended the session.
+    std::optional<Generation> deauthenticating_;
+    NewsletterUser newsletterUser_;
     std::unique_ptr<platform::UbiquitousKeyValueStore::Participant> keyValueStore_;
     std::vector<platform::Subscription> cancellables;
     bool released_ = false;

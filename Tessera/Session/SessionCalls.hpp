@@ -87,6 +87,9 @@ platform::Awaitable<T> Account::Session::onMain(Self self, Belongs belongs, Gene
         captured = self->signInBegins();
 
     auto steps = turn<T>(self, belongs, captured, std::move(work));
+    // Around the turn: a sign-in that has begun must end, even if its work never begins.
+    if constexpr (std::is_same_v<T, AccountState>)
+        steps = signInToEnd(self, captured, std::move(steps));
     const auto task = platform::Task<T>::start(self->main_, std::move(steps));
     if constexpr (std::is_same_v<T, AccountState>)
         self->signInTask_ = task;

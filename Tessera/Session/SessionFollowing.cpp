@@ -15,7 +15,7 @@ constexpr std::uint64_t tokenReadPause = 100'000'000;
 void Account::Session::keysChanged(const platform::ExternalKeyValueChange& change)
 {
     requireMain();
-    if (!change.changedKeys)
+    if (released_ || !change.changedKeys)
         return;
     const bool touched =
         std::ranges::find(*change.changedKeys, detail::tokenTouched) != change.changedKeys->end();
@@ -33,7 +33,6 @@ void Account::Session::lookForTokenChange(int reads)
 /// nothing, and is asked again.
 platform::Awaitable<void> Account::Session::pollToken(Self self, Generation generation, int reads)
 {
-    using StoredToken = SessionMachine::StoredToken;
     auto delays = Backoff::exponential(2, RetryDelay::seconds(1)).makeIterator();
     for (int read = 1; read <= reads; ++read)
     {
@@ -44,24 +43,26 @@ platform::Awaitable<void> Account::Session::pollToken(Self self, Generation gene
         }
         auto reading = readToken(self);
         auto stored = co_await platform::detail::outcomeOf<Stored>(std::move(reading));
-        co_await platform::checkCancellation();
         self->requireCurrent(generation);
-        if (!stored.succeeded())
-            continue;
-        auto token = std::move(stored).get();
-        const auto found = self->machine.tokenRead(token);
-        if (found == StoredToken::another)
-        {
-            self->followSignIn(std::move(token));
+        // What was read counts, also when a newer announcement has cancelled this: in a flood of
+        // them, none would be followed otherwise.
+        if (stored.succeeded() && self->follow(std::move(stored).get()))
             co_return;
-        }
-        if (found == StoredToken::gone)
-        {
-            auto following = followSignOut(self);
-            co_await std::move(following);
-            co_return;
-        }
+        co_await platform::checkCancellation();
     }
+}
+
+bool Account::Session::follow(Stored token)
+{
+    // A sign-out that has begun looks for itself.
+    if (deauthenticating_)
+        return true;
+    const auto found = machine.tokenRead(token);
+    if (found == SessionMachine::StoredToken::another)
+        followSignIn(std::move(token));
+    if (found == SessionMachine::StoredToken::gone)
+        followSignOut();
+    return found != SessionMachine::StoredToken::known;
 }
 
 /// At most ten reads a second, however many announcements there are. The pause is that between two
@@ -79,17 +80,14 @@ platform::Awaitable<Account::Session::Stored> Account::Session::readToken(Self s
     co_return co_await std::move(reading);
 }
 
-/// The information goes with the session; the token is the other program's affair.
-platform::Awaitable<void> Account::Session::followSignOut(Self self)
+/// The information goes with the session; the token is the other program's affair. Published at
+/// once, so that nothing begins for a session that is gone.
+void Account::Session::followSignOut()
 {
-    const auto generation = self->machine.followBegins();
-    self->generationBegins();
-    auto removal = removeInfo(self, generation);
-    co_await std::move(removal);
-    co_await platform::checkCancellation();
-    self->requireCurrent(generation);
-    self->machine.tokenKnown(std::nullopt);
-    self->carryOut(self->machine.signedOutElsewhere(self->now()));
+    machine.followBegins();
+    generationBegins();
+    machine.tokenKnown(std::nullopt);
+    carryOut(machine.signedOutElsewhere(now()));
 }
 
 void Account::Session::followSignIn(Stored token)

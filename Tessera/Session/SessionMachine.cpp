@@ -36,11 +36,6 @@ SessionOrders SessionMachine::assign(AccountState state, AccountTransitionCause 
     return {.publish = cause};
 }
 
-bool SessionMachine::restoresAtLaunch() const
-{
-    return refreshRestoresFirst();
-}
-
 bool SessionMachine::refreshesOnActivation(platform::Date now) const
 {
     if (signingIn_ || refreshStatus_.is<Status::Refreshing>())
@@ -88,7 +83,7 @@ SessionMachine::RefreshAnswer SessionMachine::refreshAsked(bool force, platform:
     return RefreshAnswer::start;
 }
 
-bool SessionMachine::refreshRestoresFirst() const
+bool SessionMachine::restoresFirst() const
 {
     return state_.get<AccountState::Loading>() || state_.get<AccountState::Failed>();
 }
@@ -112,7 +107,7 @@ SessionOrders SessionMachine::refreshFailed(const RefreshFailure& failure, platf
     const auto cause = failure.refused ? AccountTransitionCause::refreshRefused
                                        : AccountTransitionCause::refreshFailed;
     SessionOrders orders;
-    if (failure.notRestored || refreshRestoresFirst())
+    if (failure.notRestored || restoresFirst())
         orders = assign(AccountState::failed(failure.message), cause);
     else if (const auto* pending = state_.get<AccountPendingProfile>())
         orders = assign(
@@ -126,11 +121,6 @@ SessionOrders SessionMachine::refreshFailed(const RefreshFailure& failure, platf
 
 void SessionMachine::refreshCancelled()
 {
-    interruptRefresh();
-}
-
-void SessionMachine::interruptRefresh()
-{
     if (refreshStatus_.is<Status::Refreshing>())
         refreshStatus_ = beforeRefresh_;
 }
@@ -142,7 +132,7 @@ bool SessionMachine::retryCalledFor() const
 
 Generation SessionMachine::signInBegins()
 {
-    interruptRefresh();
+    refreshCancelled();
     signingIn_ = true;
     return ++generation_;
 }
@@ -183,12 +173,14 @@ SessionOrders SessionMachine::signedOut(AccountTransitionCause cause)
 SessionOrders SessionMachine::signedOutElsewhere(platform::Date now)
 {
     refreshStatus_ = Status::completed(now);
-    return assign(AccountState::signedOut(), AccountTransitionCause::otherProgramSignedOut);
+    auto orders = assign(AccountState::signedOut(), AccountTransitionCause::otherProgramSignedOut);
+    orders.removeInfo = true;
+    return orders;
 }
 
 Generation SessionMachine::followBegins()
 {
-    interruptRefresh();
+    refreshCancelled();
     signingIn_ = false;
     return ++generation_;
 }
@@ -200,9 +192,10 @@ void SessionMachine::tokenKnown(std::optional<platform::SecretBytes> token)
 
 void SessionMachine::tokenLeftBehind(std::optional<platform::SecretBytes> token)
 {
-    known_.reset();
     if (token)
         known_ = KnownToken{std::move(token), true};
+    else if (known_)
+        known_->leftBehind = true;
 }
 
 bool SessionMachine::storedTokenIsUnpublished() const
@@ -220,7 +213,9 @@ SessionMachine::StoredToken SessionMachine::tokenRead(
         !token && !signingIn_ && state_.get<AccountState::SignedOut>() != nullptr;
     if (nothingToLose)
         tokenKnown(std::nullopt);
-    else if (!known_ && !refreshRestoresFirst())
+    else if (!known_ && signingIn_)
+        tokenKnown(token);
+    else if (!known_ && !restoresFirst())
         tokenLeftBehind(token);
     if (known_ && known_->token == token)
         return StoredToken::known;

@@ -50,8 +50,9 @@ public:
 
     // ---- Launch and activation
 
-    /// Whether there is anything to restore: a session that stands is not read again.
-    bool restoresAtLaunch() const;
+    /// Whether the keychain is to be read, at launch and before a refresh goes on: a session that
+    /// stands is not read again.
+    bool restoresFirst() const;
 
     /// Whether the host's coming to the front starts a refresh. Due is what is 3600 seconds old by
     /// the wall clock, to the second.
@@ -70,9 +71,6 @@ public:
         start
     };
     RefreshAnswer refreshAsked(bool force, platform::Date now) const;
-
-    /// Whether a refresh must read the keychain before it goes on.
-    bool refreshRestoresFirst() const;
 
     void refreshStarts();
     SessionOrders refreshed(AccountTokenJWT token, AccountInfoJWT info, platform::Date now);
@@ -121,7 +119,7 @@ public:
     /// Remembers what this account itself has read, written or removed.
     void tokenKnown(std::optional<platform::SecretBytes> token);
     /// A sign-out could not remove it: it is known, and it is no session. Nothing: it could not be
-    /// read either.
+    /// read either, so it is taken for the one that was known.
     void tokenLeftBehind(std::optional<platform::SecretBytes> token);
 
     /// Whether this account has stored a session that its state does not show.
@@ -147,7 +145,6 @@ private:
     };
 
     SessionOrders assign(AccountState state, AccountTransitionCause cause);
-    void interruptRefresh();
 
     AccountState state_ = AccountState::loading();
     AccountRefreshStatus refreshStatus_ = AccountRefreshStatus::pending();

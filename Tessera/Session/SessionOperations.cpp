@@ -30,7 +30,12 @@ platform::Awaitable<void> Account::Session::deleteAccount()
         auto call = self->service.deleteAccount(token);
         co_await std::move(call);
         self->requireCurrent(generation);
-        self->signOutOf(token, AccountTransitionCause::deleted);
+        // A sign-in that is under way goes on; it may have another session to show for it.
+        auto signInEnd = signInEnded(self);
+        co_await std::move(signInEnd);
+        self->requireCurrent(generation);
+        if (self->machine.state().token() == token)
+            self->signOutOf(token, AccountTransitionCause::deleted);
     };
     const auto self = shared_from_this();
     Work<void> work = [self, steps](Generation generation) { return steps(self, generation); };
@@ -70,6 +75,16 @@ platform::Awaitable<void> Account::Session::refreshAfterConsent(Self self, Gener
     co_await std::move(refreshing);
 }
 
+platform::Awaitable<void> Account::Session::sendNewsletter(Self self, Generation generation,
+                                                           SecretString token)
+{
+    // Whoever heard of the new status may have signed out.
+    self->requireCurrent(generation);
+    self->handOff(std::move(token));
+    auto call = self->service.requestNewsletter();
+    co_await std::move(call);
+}
+
 platform::Awaitable<void> Account::Session::requestNewsletter()
 {
     auto steps = [](Self self, Generation generation) -> Awaitable<void>
@@ -77,8 +92,7 @@ platform::Awaitable<void> Account::Session::requestNewsletter()
         auto token = self->requiredToken();
         const auto user = self->machine.state().uuid();
         self->newsletterStatus.send(NewsletterStatus::submitting);
-        self->handOff(std::move(token));
-        auto sending = self->service.requestNewsletter();
+        auto sending = sendNewsletter(self, generation, std::move(token));
         const auto outcome = co_await platform::detail::outcomeOf<void>(std::move(sending));
         // The status belongs to the user, not to the session; a released account has none.
         const bool sameUser = !self->released_ && self->machine.state().uuid() == user;
@@ -94,8 +108,32 @@ platform::Awaitable<void> Account::Session::requestNewsletter()
     return operation<void>(Belongs::toSession, std::move(work));
 }
 
+Account::Session::NewsletterUser::Change Account::Session::NewsletterUser::changeWith(
+    const AccountState& state)
+{
+    if (state.get<AccountState::SignedOut>())
+    {
+        *this = {};
+        return Change::another;
+    }
+    const auto* profile = state.get<AccountProfile>();
+    const auto* pending = state.get<AccountPendingProfile>();
+    if (!profile && !pending)
+        return Change::none;
+    const auto& user = profile ? profile->tokenJWT.payload.user : pending->tokenJWT.payload.user;
+    const auto uuid = state.uuid();
+    const bool isAnother = user_ != user || (uuid_ && uuid && uuid_ != uuid);
+    const bool isNamed = uuid && !uuid_;
+    user_ = user;
+    if (isAnother || uuid)
+        uuid_ = uuid;
+    if (isAnother)
+        return Change::another;
+    return isNamed ? Change::named : Change::none;
+}
+
 /// A session that the server does not know any more has ended too.
-platform::Awaitable<bool> Account::Session::serverSignOutEnded()
+platform::Awaitable<bool> Account::Session::serverSignOutEnded() const
 {
     auto steps = [](std::vector<platform::Task<void>> tasks) -> Awaitable<bool>
     {
@@ -105,7 +143,7 @@ platform::Awaitable<bool> Account::Session::serverSignOutEnded()
             auto end = task.value();
             const auto outcome = co_await platform::detail::outcomeOf<void>(std::move(end));
             co_await platform::checkCancellation();
-            confirmed = confirmed && (outcome.succeeded() || detail::isRefusal(outcome.error()));
+            confirmed = outcome.succeeded() || detail::isRefusal(outcome.error());
         }
         co_return confirmed;
     };

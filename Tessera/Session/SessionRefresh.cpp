@@ -8,11 +8,22 @@ namespace tessera
 
 using platform::SecretString;
 
+namespace
+{
+
+bool isAboutRestoring(AccountDiagnosticCode code)
+{
+    return code == AccountDiagnosticCode::keychainUnreadable ||
+           code == AccountDiagnosticCode::storedTokenUnusable;
+}
+
+}  // namespace
+
 // ---- The stored session
 
 void Account::Session::launch()
 {
-    if (!machine.restoresAtLaunch() || restoreTask_.isRunning())
+    if (!machine.restoresFirst() || restoreTask_.isRunning())
         return;
     // A sign-in comes first; the stored session is of interest if it adopts none.
     if (machine.signingIn())
@@ -73,6 +84,9 @@ platform::Awaitable<void> Account::Session::restore(Self self, Generation genera
         self->requireCurrent(generation);
         self->decodeStoredInfo(info, stored);
     }
+    if (self->diagnostic.value() && isAboutRestoring(self->diagnostic.value()->code))
+        self->clearDiagnostic();
+    self->requireCurrent(generation);
     self->carryOut(self->machine.restored(std::move(stored), cause));
 }
 
@@ -142,11 +156,10 @@ platform::Awaitable<void> Account::Session::refreshWhenDue(Self self, Generation
 {
     using Answer = SessionMachine::RefreshAnswer;
     auto answer = self->machine.refreshAsked(force, self->now());
-    while (answer == Answer::waitForSignIn && self->signInTask_)
+    if (answer == Answer::waitForSignIn)
     {
-        auto signInEnd = self->signInTask_->value();
-        co_await platform::detail::outcomeOf<AccountState>(std::move(signInEnd));
-        co_await platform::checkCancellation();
+        auto wait = signInEnded(self);
+        co_await std::move(wait);
         self->requireCurrent(generation);
         answer = self->machine.refreshAsked(force, self->now());
     }
@@ -158,9 +171,19 @@ platform::Awaitable<void> Account::Session::refreshWhenDue(Self self, Generation
     co_await std::move(end);
 }
 
+platform::Awaitable<void> Account::Session::signInEnded(Self self)
+{
+    while (self->signInTask_ && self->machine.signingIn())
+    {
+        auto end = self->signInTask_->value();
+        co_await platform::detail::outcomeOf<AccountState>(std::move(end));
+        co_await platform::checkCancellation();
+    }
+}
+
 void Account::Session::startRefresh(Restoration restoration)
 {
-    if (!restoration && machine.refreshRestoresFirst())
+    if (!restoration && machine.restoresFirst())
         restoration = AccountTransitionCause::restored;
     machine.refreshStarts();
     refreshTask.start(main_, refreshToEnd(shared_from_this(), machine.generation(), restoration));
@@ -217,10 +240,11 @@ platform::Awaitable<void> Account::Session::loadInfo(Self self, Generation gener
         throw AccountError(AccountError::audienceMismatch);
     auto keeping = keepInfo(self, generation, info.string);
     const bool kept = co_await std::move(keeping);
-    if (kept && self->diagnostic.value())
-        self->report(std::nullopt);
+    if (kept)
+        self->clearDiagnostic();
     self->requireCurrent(generation);
     self->carryOut(self->machine.refreshed(std::move(token), std::move(info), self->now()));
+    self->requireCurrent(generation);
 }
 
 void Account::Session::refreshFails(const std::exception_ptr& error, bool notRestored)
@@ -229,7 +253,9 @@ void Account::Session::refreshFails(const std::exception_ptr& error, bool notRes
     const auto orders =
         machine.refreshFailed({platform::describe(error), refused, notRestored}, now());
     const auto generation = machine.generation();
-    if (!machine.state().get<AccountState::SignedOut>())
+    if (notRestored)
+        reportUnrestored(error);
+    else if (!machine.state().get<AccountState::SignedOut>())
         report(
             refused ? AccountDiagnosticCode::sessionRefused : AccountDiagnosticCode::refreshFailed,
             error);

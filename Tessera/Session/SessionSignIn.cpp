@@ -11,10 +11,14 @@ using platform::SecretString;
 
 Generation Account::Session::signInBegins()
 {
-    interrupted_ = {.restore = restoreTask_.isRunning(),
-                    .refresh = refreshTask.isRunning() || accountRefreshRetryTask.isRunning() ||
-                               afterConsentTask_.isRunning(),
-                    .tokenChange = environmentTokenChangeTask.isRunning()};
+    finishDeauthentication();
+    // Of a sign-in before this one, what that had interrupted counts on.
+    if (!machine.signingIn())
+        interrupted_ = {};
+    interrupted_.restore |= restoreTask_.isRunning();
+    interrupted_.refresh |= refreshTask.isRunning() || accountRefreshRetryTask.isRunning() ||
+                            afterConsentTask_.isRunning();
+    interrupted_.tokenChange |= environmentTokenChangeTask.isRunning();
     const auto generation = machine.signInBegins();
     environmentTokenChangeTask.cancel();
     generationBegins();
@@ -27,7 +31,7 @@ void Account::Session::signInEnds()
     machine.signInEnds();
     signInTask_.reset();
     const auto interrupted = std::exchange(interrupted_, {});
-    const bool restores = machine.restoresAtLaunch();
+    const bool restores = machine.restoresFirst();
     // A sign-in before this one may have stored its token and then been superseded.
     const bool unpublished = machine.storedTokenIsUnpublished();
     if (restores && (interrupted.restore || unpublished))
@@ -47,7 +51,7 @@ platform::Awaitable<AccountState> Account::Session::signIn(SecretString email, S
     const auto self = shared_from_this();
     Work<AccountState> work =
         [self, email = std::move(email), code = std::move(code)](Generation generation)
-    { return signInToEnd(self, generation, exchange(self, generation, email, code)); };
+    { return exchange(self, generation, email, code); };
     return operation<AccountState>(Belongs::beginsOne, std::move(work));
 }
 
@@ -91,7 +95,6 @@ platform::Awaitable<AccountState> Account::Session::adopt(Self self, Generation 
     auto keeping = keepToken(self, generation, std::move(text), fromServer);
     co_await std::move(keeping);
     self->interrupted_ = {};
-    self->announce();
     auto loading = loadAfterSignIn(self, generation, std::move(token));
     co_return co_await std::move(loading);
 }
@@ -105,16 +108,35 @@ platform::Awaitable<void> Account::Session::keepToken(Self self, Generation gene
     { return store.writeToken(generation, text); };
     auto writing = self->onStorage<bool>(std::move(write));
     const auto written = co_await platform::detail::outcomeOf<bool>(std::move(writing));
-    if (written.succeeded() && written.get() && self->isCurrent(generation))
+    const bool stored = written.succeeded() && written.get();
+    const bool current = self->isCurrent(generation);
+    if (stored && current)
+        self->clearDiagnostic();
+    // Others are told of what is stored, whatever has become of this sign-in and its account.
+    if (stored)
+        self->announce();
+    if (stored && current)
     {
         self->machine.tokenKnown(platform::SecretBytes(text.bytes()));
         co_return;
     }
-    const bool unused = !written.succeeded() || !written.get();
-    if (fromServer && unused && !self->released_)
+    if (stored && !self->released_)
+        self->storedTooLate(text);
+    if (!stored && fromServer && !self->released_)
         self->endOnServer(text);
     self->requireCurrent(generation);
+    if (written.succeeded())
+        throw CancellationError();
     std::rethrow_exception(written.error());
+}
+
+/// What is stored counts: it is taken up unless the sign-in that came between stores another.
+void Account::Session::storedTooLate(const SecretString& token)
+{
+    if (machine.signingIn())
+        machine.tokenKnown(platform::SecretBytes(token.bytes()));
+    else if (!environmentTokenChangeTask.isRunning())
+        lookForTokenChange(1);
 }
 
 platform::Awaitable<AccountState> Account::Session::loadAfterSignIn(Self self,
@@ -155,6 +177,7 @@ platform::Awaitable<AccountState> Account::Session::loadAfterSignIn(Self self,
             self->machine.signedInWithoutInfo(std::move(token), std::move(message), self->now()));
         if (cancelled)
             throw CancellationError();
+        self->requireCurrent(generation);
         co_return self->machine.state();
     }
     if (info->payload.user != token.payload.user)
@@ -163,11 +186,10 @@ platform::Awaitable<AccountState> Account::Session::loadAfterSignIn(Self self,
         co_return self->machine.state();
     }
     auto keeping = keepInfo(self, generation, info->string);
-    const bool kept = co_await std::move(keeping);
+    co_await std::move(keeping);
     self->requireCurrent(generation);
-    if (kept && self->diagnostic.value())
-        self->report(std::nullopt);
     self->carryOut(self->machine.signedIn(std::move(token), *std::move(info), self->now()));
+    self->requireCurrent(generation);
     co_return self->machine.state();
 }
 
@@ -177,14 +199,16 @@ void Account::Session::authenticate(SecretString token)
     const auto generation = signInBegins();
     auto adoption = [](Self session, Generation begun, SecretString text) -> Awaitable<AccountState>
     {
-        auto steps = signInToEnd(session, begun, adopt(session, begun, std::move(text), false));
+        auto adopting =
+            detail::inOwnTurn<AccountState>(adopt(session, begun, std::move(text), false));
+        auto steps = signInToEnd(session, begun, std::move(adopting));
         auto outcome = co_await platform::detail::outcomeOf<AccountState>(std::move(steps));
         if (session->isCurrent(begun) && !outcome.succeeded() &&
             !detail::isCancellation(outcome.error()))
             session->report(AccountDiagnosticCode::authenticationFailed, outcome.error());
         co_return std::move(outcome).get();
     };
-    auto work = detail::inOwnTurn<AccountState>(adoption(self, generation, std::move(token)));
+    auto work = adoption(self, generation, std::move(token));
     signInTask_ = platform::Task<AccountState>::start(main_, std::move(work));
 }
 

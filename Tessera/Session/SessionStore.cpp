@@ -108,11 +108,10 @@ bool SessionStore::writeInfo(Generation generation, const platform::SecretString
     return write(clientValet, infoKey, generation, info);
 }
 
-void SessionStore::removeInfo(Generation generation)
+void SessionStore::removeInfo()
 {
     const std::lock_guard lock(mutex_);
-    if (generation == generation_)
-        static_cast<void>(remove(*clientValet, infoKey));
+    static_cast<void>(remove(*clientValet, infoKey));
 }
 
 SessionStore::Removal SessionStore::signOut(Generation generation,
@@ -121,6 +120,7 @@ SessionStore::Removal SessionStore::signOut(Generation generation,
     generationBegins(generation);
     const std::lock_guard lock(mutex_);
     Removal removal;
+    bool readable = true;
     try
     {
         removal.token = object(*environmentValet, tokenKey);
@@ -128,12 +128,13 @@ SessionStore::Removal SessionStore::signOut(Generation generation,
     catch (const AccountError&)
     {
         // Counts as no token: there is none that the server could be told of.
+        readable = false;
     }
     const bool isAnothers =
         onlyOf && removal.token && *removal.token != SecretBytes(onlyOf->bytes());
     if (isAnothers)
         removal.left = Left::anothers;
-    else if (!remove(*environmentValet, tokenKey))
+    else if ((onlyOf && !readable) || !remove(*environmentValet, tokenKey))
         removal.left = Left::unremoved;
     static_cast<void>(remove(*clientValet, infoKey));
     return removal;

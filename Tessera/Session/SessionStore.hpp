@@ -30,7 +30,7 @@ public:
     bool writeInfo(Generation generation, const platform::SecretString& info);
 
     /// Nothing is said about success.
-    void removeInfo(Generation generation);
+    void removeInfo();
 
     /// Does not wait: a write that is under way may still end.
     void generationBegins(Generation generation) { generation_ = generation; }
@@ -50,7 +50,8 @@ public:
         Left left = Left::nothing;
     };
     /// Removes both items after what is under way; the order in which that waits is the reason
-    /// that no older write comes after it. With `onlyOf`, a token that differs stays.
+    /// that no older write comes after it. With `onlyOf`, a token that differs
+    /// stays, and so does one that cannot be read.
     Removal signOut(Generation generation, const platform::SecretString* onlyOf = nullptr);
 
 private:

@@ -7,13 +7,14 @@
 #include <boost/asio/use_awaitable.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 
 namespace tessera
 {
 
 /// The place of a background task of which there is one at most. It belongs to the main actor, and
-/// to an object that the task's work keeps alive.
+/// may go before its task has ended.
 class TaskSlot
 {
 public:
@@ -22,42 +23,48 @@ public:
     void start(const platform::Executor& executor, platform::Awaitable<void> work)
     {
         cancel();
-        task_ = platform::Task<void>::start(executor, run(this, ++number_, std::move(work)));
+        place_->task =
+            platform::Task<void>::start(executor, run(place_, ++place_->number, std::move(work)));
     }
 
     /// Cancels the task, and forgets it at once.
     void cancel()
     {
-        if (task_)
-            task_->cancel();
-        task_.reset();
+        if (place_->task)
+            place_->task->cancel();
+        place_->task.reset();
     }
 
-    bool isRunning() const noexcept { return task_.has_value(); }
+    bool isRunning() const noexcept { return place_->task.has_value(); }
 
     /// The end of the task that runs now: its outcome, for all who wait. There must be one.
     platform::Awaitable<void> end() const
     {
-        if (!task_)
+        if (!place_->task)
             platform::fatal("There is no task whose end could be awaited");
-        return task_->value();
+        return place_->task->value();
     }
 
 private:
-    static platform::Awaitable<void> run(TaskSlot* slot, std::uint64_t number,
+    struct Place
+    {
+        std::optional<platform::Task<void>> task;
+        std::uint64_t number = 0;
+    };
+
+    static platform::Awaitable<void> run(std::shared_ptr<Place> place, std::uint64_t number,
                                          platform::Awaitable<void> work)
     {
         const auto turn = boost::asio::use_awaitable_t<platform::Executor>();
         co_await boost::asio::post(turn);
         co_await platform::checkCancellation();
         auto outcome = co_await platform::detail::outcomeOf<void>(std::move(work));
-        if (slot->number_ == number)
-            slot->task_.reset();
+        if (place->number == number)
+            place->task.reset();
         std::move(outcome).get();
     }
 
-    std::optional<platform::Task<void>> task_;
-    std::uint64_t number_ = 0;
+    const std::shared_ptr<Place> place_ = std::make_shared<Place>();
 };
 
 }  // namespace tessera

@@ -1,4 +1,4 @@
-// The least that a program needs to sign its user in and to show who that is.
+// The least that a program needs to sign its user in, once, and to show who that is.
 //
 //     minimal-host EMAIL
 //         at the preview server that the library was built for
@@ -10,10 +10,7 @@
 #include <Platform/Concurrency/RunLoop.hpp>
 #include <Platform/Networking/CurlURLSession.hpp>
 #include <Platform/Services/Services.hpp>
-#include <Tessera/API/AccountService.hpp>
-#include <Tessera/Model/AccountError.hpp>
-#include <Tessera/Model/AccountProfile.hpp>
-#include <Tessera/Tokens/JWTDecoder.hpp>
+#include <Tessera/Session/Account.hpp>
 
 #include <fstream>
 #include <iostream>
@@ -50,28 +47,23 @@ AccountEnvironment developmentServer(const char* endpoint, const char* keyFile)
 
 /// A coroutine of the host's own, on its main thread. A desktop program asks for the code in a
 /// window; reading it from the terminal is all that blocks here.
-platform::Awaitable<AccountProfile> signIn(AccountEnvironment environment, AccountClient client,
-                                           std::shared_ptr<platform::URLSession> session,
-                                           std::string email)
+platform::Awaitable<AccountState> signIn(Account* account, SecretString email)
 {
-    AccountService service(environment, client, session);
-    co_await service.requestOneTimeCode(SecretString(email));
-
+    co_await account->requestOneTimeCode(email);
     std::cout << "The server has mailed a code. Code: " << std::flush;
     std::string code;
     std::getline(std::cin, code);
-    auto token = co_await service.signIn(SecretString(email), SecretString(code), false);
-    co_await service.authenticate(token);
-    auto info = co_await service.info();
+    co_return co_await account->signIn(email, SecretString(code));
+}
 
-    // What the server says counts only when its signature, and the audience, are right.
-    JWTDecoder decoder;
-    decoder.setSignatureVerificationStrategy(environment.jwtPublicKey);
-    AccountProfile profile{decoder.decode<AccountToken>(token.bytes()),
-                           decoder.decode<AccountInfo>(info.bytes()), AccountProfileSource::remote};
-    if (profile.info().audience != client.audience())
-        throw AccountError(AccountError::audienceMismatch);
-    co_return profile;
+void show(const AccountState& state)
+{
+    if (const auto* profile = state.get<AccountProfile>())
+        std::cout << "Signed in as user " << profile->info().user << ".\n";
+    else if (const auto* pending = state.get<AccountPendingProfile>())
+        std::cout << "Signed in. " << pending->infoErrorMessage.value_or("") << "\n";
+    else if (state.get<AccountState::SignedOut>())
+        std::cout << "Signed out.\n";
 }
 
 }  // namespace
@@ -93,21 +85,27 @@ int main(int argc, char** argv)
         client.device = AccountDevice::current();
 
         const bool development = argc == 5;
-        auto session = platform::services().urlSession;
-        if (development)
-            session = std::make_shared<platform::CurlURLSession>(
-                platform::CurlURLSession::Configuration{.trustedAuthority = contentOf(argv[4])});
-        const auto environment =
-            development ? developmentServer(argv[2], argv[3]) : AccountEnvironment::directPreview();
-
-        std::cout << client.localizedName << " " << client.version << ", "
-                  << localizedTitle(client.releaseChannel) << "\n";
         auto loop = std::make_shared<platform::RunLoop>();
-        const auto profile =
-            platform::runToEnd(loop, signIn(environment, client, session, argv[1]));
+        auto services = platform::systemServices();
+        services.mainActor = loop;
+        services.program.identifier = "com.example.editor";
+        platform::replaceServices(services);
+        if (development)
+            services.urlSession = std::make_shared<platform::CurlURLSession>(
+                platform::CurlURLSession::Configuration{.trustedAuthority = contentOf(argv[4])});
 
-        std::cout << "Signed in as user " << profile.info().user << ", session "
-                  << profile.tokenJWT.payload.session << ".\n";
+        Account account(
+            development ? developmentServer(argv[2], argv[3]) : AccountEnvironment::directPreview(),
+            client);
+        const auto subscription = account.statePublisher().subscribe(show);
+        account.applicationWillFinishLaunching();
+        loop->runUntil(
+            [&account]
+            { return !account.state().get<AccountState::Loading>() || account.diagnostic(); });
+        if (account.diagnostic())
+            std::cout << account.diagnostic()->message << "\n";
+        if (account.state().get<AccountState::SignedOut>())
+            platform::runToEnd(loop, signIn(&account, SecretString(argv[1])));
         return 0;
     }
     catch (const std::exception& error)

@@ -1,10 +1,10 @@
 #include "tools/tessera/Actions.hpp"
 
-#include "tools/tessera/Failure.hpp"
+#include "Tessera/Model/AccountError.hpp"
 #include "tools/tessera/Host.hpp"
 #include "tools/tessera/Input.hpp"
 #include "tools/tessera/Terminal.hpp"
-#include "tools/tessera/TokenFile.hpp"
+#include "tools/tessera/Watching.hpp"
 
 namespace commandline
 {
@@ -12,7 +12,8 @@ namespace
 {
 
 using platform::SecretString;
-using tessera::AccountRemoteError;
+using tessera::AccountError;
+using tessera::AccountState;
 
 /// One command on its way: what was asked, and what it is done with.
 struct Run
@@ -20,28 +21,22 @@ struct Run
     const Command& command;
     Interrupts& interrupts;
     Host host{command, interrupts};
-    TokenFile tokenFile{command.tokenFile};
 
-    bool hasTokenFile() const { return !command.tokenFile.empty(); }
+    tessera::Account& account() { return host.account(); }
 
-    /// The token that the command is for. It is verified before it is sent anywhere, so that a
-    /// token of one environment never reaches the server of another.
-    TokenJWT token()
+    /// The stored session, which must be there: no command acts for nobody.
+    void requireSession()
     {
-        return host.verifiedToken(hasTokenFile() ? tokenFile.read()
-                                                 : readTokenFromInput(interrupts));
-    }
-
-    void removeTokenFile()
-    {
-        if (hasTokenFile())
-            tokenFile.remove();
+        if (auto unusable = host.restore())
+            throw Failure(*std::move(unusable));
+        if (!account().state().token())
+            throw AccountError(AccountError::accountRequired);
     }
 };
 
 Result requestCode(Run& run)
 {
-    run.host.await(run.host.service().requestOneTimeCode(SecretString(run.command.email)));
+    run.host.await(run.account().requestOneTimeCode(SecretString(run.command.email)));
     return {.verb = Verb::requestCode};
 }
 
@@ -60,138 +55,146 @@ SecretString codeFor(Run& run)
     return code;
 }
 
-/// Makes the service act for the account that has no address yet.
-void authenticateAnonymous(Run& run)
+/// What the server says about the account now.
+tessera::AccountInfo currentInfo(Run& run)
 {
-    run.host.authenticate(run.host.verifiedToken(run.tokenFile.read()));
-    if (!run.host.info().isAnonymous())
-        throw Failure({ExitCode::usage, "notAnonymous",
-                       "The account of the token file has an e-mail address already.",
-                       "Leave out --attach to sign in to another account."});
+    run.host.await(run.account().refresh(true));
+    const auto* profile = run.account().state().get<tessera::AccountProfile>();
+    // Another program signed out in this very moment.
+    if (!profile)
+        throw AccountError(AccountError::accountRequired);
+    return profile->info();
 }
 
-/// A session that nobody can use any more is better ended; whether that succeeds is no news.
-void endUnkept(Run& run, const TokenJWT& token)
-{
-    auto call = run.host.service().signOut(token.string);
-    static_cast<void>(run.host.outcome(std::move(call)));
-}
-
-void keep(Run& run, const TokenJWT& token)
-{
-    try
-    {
-        run.tokenFile.write(token.string);
-    }
-    catch (const Failure&)
-    {
-        endUnkept(run, token);
-        throw;
-    }
-}
-
-/// Information that cannot be had or believed does not undo the sign-in: the token stays.
+/// Information that cannot be had or believed does not undo the sign-in.
 tessera::AccountInfo infoAfterSignIn(Run& run)
 {
     try
     {
-        return run.host.info();
+        return currentInfo(run);
     }
     catch (const std::exception&)
     {
         auto report = reportOf(std::current_exception());
-        report.next =
-            "You are signed in and the token is kept; try \"tessera info\" with this "
-            "token file.";
+        report.next = "You are signed in; try \"tessera info\".";
         throw Failure(std::move(report));
     }
 }
 
-void signOutStranger(Run& run, const TokenJWT& token)
+AccountState stateAfterSignIn(Run& run, SecretString code)
 {
-    run.removeTokenFile();
-    endUnkept(run, token);
-    throw Failure({ExitCode::verification, "otherUser",
-                   "The server sent the account information of another user, and you were signed "
-                   "out.",
-                   "Sign in again."});
+    try
+    {
+        return run.host.await(
+            run.account().signIn(SecretString(run.command.email), std::move(code)));
+    }
+    catch (const std::exception&)
+    {
+        // A session that nobody can use is ended on the server.
+        static_cast<void>(run.host.waitForServerSignOut());
+        throw;
+    }
 }
 
 Result signIn(Run& run)
 {
-    run.tokenFile.checkWritable();
-    if (run.command.attach)
-        authenticateAnonymous(run);
-    auto code = codeFor(run);
-    const auto text = run.host.await(run.host.service().signIn(
-        SecretString(run.command.email), std::move(code), run.command.attach));
-    const auto token = run.host.verifiedToken(text);
-    keep(run, token);
-
-    run.host.authenticate(token);
-    auto info = infoAfterSignIn(run);
-    if (info.user != token.payload.user)
-        signOutStranger(run, token);
-    return {.verb = Verb::signIn, .account = std::move(info), .tokenFile = run.command.tokenFile};
-}
-
-tessera::AccountInfo infoOf(Run& run, const TokenJWT& token)
-{
-    run.host.authenticate(token);
-    auto info = run.host.info();
-    if (info.user != token.payload.user)
+    // First, because a code that was exchanged for a session which cannot be kept is lost. One that
+    // is stored and cannot be used is replaced.
+    static_cast<void>(run.host.restore());
+    const auto state = stateAfterSignIn(run, codeFor(run));
+    if (state.get<AccountState::SignedOut>())
+    {
+        static_cast<void>(run.host.waitForServerSignOut());
         throw Failure({ExitCode::verification, "otherUser",
-                       "The server sent the account information of another user.",
-                       "Sign in again with \"tessera sign-in\"."});
-    return info;
+                       "The server sent the account information of another user, and you were "
+                       "signed out.",
+                       "Sign in again."});
+    }
+    const auto* profile = state.get<tessera::AccountProfile>();
+    return {.verb = Verb::signIn, .account = profile ? profile->info() : infoAfterSignIn(run)};
 }
 
 Result info(Run& run)
 {
-    return {.verb = Verb::info, .account = infoOf(run, run.token())};
+    run.requireSession();
+    return {.verb = Verb::info, .account = currentInfo(run)};
+}
+
+Result status(Run& run)
+{
+    Result result{.verb = Verb::status};
+    // Before the look at the session, which is a transition itself.
+    if (run.command.history)
+        result.history = run.host.await(run.account().history());
+    static_cast<void>(run.host.restore());
+    result.state = run.account().state();
+    result.diagnostic = run.account().diagnostic();
+    return result;
+}
+
+Result watch(Run& run)
+{
+    watch(run.host, run.command.json);
+    return {.verb = Verb::watch};
+}
+
+Result refresh(Run& run)
+{
+    run.requireSession();
+    static_cast<void>(currentInfo(run));
+    return {.verb = Verb::refresh, .state = run.account().state()};
 }
 
 Result consent(Run& run)
 {
-    const auto token = run.token();
-    run.host.authenticate(token);
+    run.requireSession();
     auto revision =
-        run.command.revision ? *run.command.revision : infoOf(run, token).terms.currentRevision;
+        run.command.revision ? *run.command.revision : currentInfo(run).terms.currentRevision;
     run.host.await(
-        run.host.service().consentToTerms(revision, tessera::AccountTerms().preferredLanguage()));
+        run.account().consentToTerms(revision, tessera::AccountTerms().preferredLanguage()));
+    // So that what is stored knows of it; a failure does not undo the consent.
+    static_cast<void>(run.host.outcome(run.account().refresh(true)));
     return {.verb = Verb::consent, .revision = std::move(revision)};
 }
 
 Result newsletter(Run& run)
 {
-    run.host.authenticate(run.token());
-    run.host.await(run.host.service().requestNewsletter());
+    run.requireSession();
+    run.host.await(run.account().requestNewsletter());
     return {.verb = Verb::newsletter};
 }
 
-/// A session that has ended already is what was asked for.
-bool sessionHadEnded(Run& run, const TokenJWT& token)
+/// The account cannot fail to sign out, but the keychain can keep what it holds.
+void requireRemoval(Run& run)
 {
-    try
-    {
-        run.host.await(run.host.service().signOut(token.string));
-        return false;
-    }
-    catch (const AccountRemoteError& error)
-    {
-        if (!error.is(AccountRemoteError::KnownCode::unauthorized))
-            throw;
-        return true;
-    }
+    const auto& problem = run.account().diagnostic();
+    if (problem && problem->code == tessera::AccountDiagnosticCode::sessionNotRemoved)
+        throw Failure({ExitCode::keychain, "sessionNotRemoved",
+                       "The keychain did not let go of the session.",
+                       "Let \"tessera keychain doctor\" look for the cause, then sign out again."});
 }
 
 Result signOut(Run& run)
 {
-    const auto token = run.token();
-    const bool alreadyEnded = sessionHadEnded(run, token);
-    run.removeTokenFile();
-    return {
-        .verb = Verb::signOut, .tokenFile = run.command.tokenFile, .alreadyEnded = alreadyEnded};
+    auto& account = run.account();
+    Result result{.verb = Verb::signOut, .onServer = ServerSignOut::notNeeded};
+    if (run.host.restore())
+    {
+        account.deauthenticate();
+        run.host.runUntil([&]
+                          { return account.state().get<AccountState::SignedOut>() != nullptr; });
+        result.onServer = ServerSignOut::notAsked;
+    }
+    else if (account.state().token())
+    {
+        account.signOut();
+        const auto confirmed = run.host.waitForServerSignOut();
+        result.onServer = !confirmed   ? ServerSignOut::noAnswer
+                          : *confirmed ? ServerSignOut::confirmed
+                                       : ServerSignOut::unconfirmed;
+    }
+    requireRemoval(run);
+    return result;
 }
 
 void confirmDeletion(Run& run)
@@ -213,19 +216,16 @@ void confirmDeletion(Run& run)
 
 Result deleteAccount(Run& run)
 {
-    const auto token = run.token();
+    run.requireSession();
     confirmDeletion(run);
-    run.host.await(run.host.service().deleteAccount(token.string));
-    run.removeTokenFile();
-    return {.verb = Verb::delete_, .tokenFile = run.command.tokenFile};
+    run.host.await(run.account().deleteAccount());
+    requireRemoval(run);
+    return {.verb = Verb::delete_};
 }
 
-}  // namespace
-
-Result perform(const Command& command, Interrupts& interrupts)
+Result carryOut(Run& run)
 {
-    Run run{command, interrupts};
-    switch (command.verb)
+    switch (run.command.verb)
     {
         case Verb::requestCode:
             return requestCode(run);
@@ -233,6 +233,12 @@ Result perform(const Command& command, Interrupts& interrupts)
             return signIn(run);
         case Verb::info:
             return info(run);
+        case Verb::status:
+            return status(run);
+        case Verb::watch:
+            return watch(run);
+        case Verb::refresh:
+            return refresh(run);
         case Verb::consent:
             return consent(run);
         case Verb::newsletter:
@@ -243,6 +249,35 @@ Result perform(const Command& command, Interrupts& interrupts)
             return deleteAccount(run);
     }
     throw Failure({ExitCode::internal, "internal", "The command is not known.", "See --help."});
+}
+
+/// The failure that is being handled, with what lay behind it.
+Failure explained(Host& host)
+{
+    auto report = reportOf(std::current_exception());
+    const auto unasked = host.unasked();
+    // More exact than what the layers below made of it.
+    if (unasked && report.exitCode == ExitCode::keychain)
+        return Failure(*unasked);
+    report.diagnostics = host.diagnostics();
+    return Failure(std::move(report));
+}
+
+}  // namespace
+
+Result perform(const Command& command, Interrupts& interrupts)
+{
+    Run run{command, interrupts};
+    try
+    {
+        auto result = carryOut(run);
+        result.diagnostics = run.host.diagnostics();
+        return result;
+    }
+    catch (...)
+    {
+        throw explained(run.host);
+    }
 }
 
 }  // namespace commandline

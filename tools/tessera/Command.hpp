@@ -16,6 +16,9 @@ enum class Verb
     requestCode,
     signIn,
     info,
+    status,
+    watch,
+    refresh,
     consent,
     newsletter,
     signOut,
@@ -36,20 +39,19 @@ struct Command
 
     std::string clientIdentifier = "tessera";
     std::optional<std::chrono::milliseconds> timeLimit;
+    /// Where the passphrase of the keychain is to be read; absent: to be asked for.
+    std::optional<int> passphraseDescriptor;
     bool json = false;
-
-    /// Empty: the token is read from standard input. Never empty for `signIn`.
-    std::filesystem::path tokenFile;
 
     std::string email;
     /// Absent: to be asked for.
     std::optional<platform::SecretString> code;
-    /// The account of the token file is anonymous and gets the address.
-    bool attach = false;
     /// Absent: the current one.
     std::optional<std::string> revision;
     /// Nobody is to be asked whether to delete.
     bool confirmed = false;
+    /// The transitions are wanted, too.
+    bool history = false;
 };
 
 }  // namespace commandline

@@ -86,8 +86,18 @@ Report report(const tessera::JWTError& error)
 
 Report report(const tessera::AccountError& error)
 {
+    switch (error.errorCase())
+    {
+        case tessera::AccountErrorCase::accountRequired:
+            return report(ExitCode::signInNeeded, error, "Sign in with \"tessera sign-in\".");
+        case tessera::AccountErrorCase::keychainAccess:
+            return report(ExitCode::keychain, error,
+                          "Let \"tessera keychain doctor\" look for the cause.");
+        case tessera::AccountErrorCase::audienceMismatch:
+            break;
+    }
     return report(ExitCode::verification, error,
-                  "The server signed it for another program; check --client-identifier.");
+                  "The server signed it for another program or user; check --client-identifier.");
 }
 
 Report report(const platform::DecodingError& error)
@@ -191,8 +201,6 @@ std::string_view className(ExitCode code)
             return "signInNeeded";
         case ExitCode::verification:
             return "verification";
-        case ExitCode::tokenFile:
-            return "tokenFile";
         case ExitCode::declined:
             return "declined";
         case ExitCode::keychain:

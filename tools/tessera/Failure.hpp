@@ -22,7 +22,7 @@ enum class ExitCode
     refused = 5,
     signInNeeded = 6,
     verification = 7,
-    tokenFile = 8,
+    // 8 has no meaning any more, and gets no other one.
     declined = 9,
     keychain = 10,
     itemNotFound = 11,

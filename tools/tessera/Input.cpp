@@ -7,7 +7,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -79,11 +78,6 @@ SecretString readLine(const Interrupts& interrupts, const std::stop_token& ended
     return SecretString(text.view().substr(0, text.view().find('\n')));
 }
 
-bool isBlank(char c)
-{
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 }  // namespace
 
 SecretString ask(std::string_view question, const Interrupts& interrupts,
@@ -135,30 +129,6 @@ SecretString readInput(std::size_t limit, const Interrupts& interrupts)
                        "Check what it was redirected to."});
     }
     return text;
-}
-
-SecretString readTokenFromInput(const Interrupts& interrupts)
-{
-    if (isTerminal(STDIN_FILENO))
-        throw Failure({ExitCode::usage, "noToken", "No token was given.",
-                       "Name the file that holds it with --token-file, or pass it to standard "
-                       "input through a pipe."});
-    return tokenIn(readInput(tokenSizeLimit, interrupts).view(), "Standard input");
-}
-
-SecretString tokenIn(std::string_view text, std::string_view source)
-{
-    while (!text.empty() && isBlank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back()))
-        text.remove_suffix(1);
-    const bool clean = std::ranges::all_of(text, [](char c) { return c > ' ' && c < '\x7F'; });
-    if (text.empty() || !clean || text.size() > tokenSizeLimit)
-        throw Failure({ExitCode::tokenFile, text.empty() ? "noToken" : "unreadableToken",
-                       std::string(source) + (text.empty() ? " holds no token."
-                                                           : " holds something that is no token."),
-                       "Sign in with \"tessera sign-in\" to get one."});
-    return SecretString(text);
 }
 
 }  // namespace commandline

@@ -29,15 +29,4 @@ std::optional<platform::SecretString> readLineFrom(int descriptor, const Interru
 /// Standard input as far as its end, or a little more than `limit` bytes of it.
 platform::SecretString readInput(std::size_t limit, const Interrupts& interrupts);
 
-/// A token from standard input, as far as its end. Throws `Failure` when a person would have to
-/// type it, or when there is none.
-platform::SecretString readTokenFromInput(const Interrupts& interrupts);
-
-/// The token in what was read, without white space around it. Throws `Failure` when nothing is
-/// left, or when what is left has control characters or blanks in it.
-platform::SecretString tokenIn(std::string_view text, std::string_view source);
-
-/// Longer than any token that a header may carry.
-constexpr std::size_t tokenSizeLimit = std::size_t{64} * 1024;
-
 }  // namespace commandline

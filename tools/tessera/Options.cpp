@@ -20,8 +20,8 @@ namespace
 constexpr auto purpose = R"(Signs in to an online account and shows what the server says about it.
 
 Every command but "keychain" needs --environment or --preset: they name the server and the key that
-its answers are verified with. A session token is read from --token-file or from standard input, and
-never from an argument. "tessera keychain --help" tells about the keychain.)";
+its answers are verified with. One sign-in serves all programs of the user: the session is kept in the
+user's keychain, and other programs follow at once. "tessera keychain --help" tells about the keychain.)";
 
 constexpr auto epilogue = R"(
 Exit codes:
@@ -31,9 +31,8 @@ Exit codes:
     3  the environment file cannot be read, or a field of it cannot be used
     4  network: no connection, no trusted connection, time limit, not HTTP, ...
     5  the server refused
-    6  the server wants a sign-in: the session has ended, or it is too old for this
+    6  a sign-in is needed: there is no session, it has ended, or it is too old for this
     7  verification: a token is not the server's, or is for another program or user
-    8  the token file cannot be read or written, or holds no token
     9  a question was not answered, with no, or with a wrong passcode
    10  the keychain cannot be used, or refuses the access
    11  the keychain holds no such item
@@ -42,9 +41,11 @@ Exit codes:
 
 Examples:
   tessera request-code --environment env.json --email anna@example.org
-  tessera sign-in --environment env.json --email anna@example.org --token-file token
-  tessera info --environment env.json --token-file token --json
-  tessera sign-out --environment env.json < token
+  tessera sign-in --environment env.json --email anna@example.org
+  tessera info --environment env.json --json
+  tessera watch --environment env.json
+  tessera status --environment env.json --history
+  tessera sign-out --environment env.json
   printf %s "$VALUE" | tessera keychain set --id Notes draft
   tessera keychain doctor)";
 
@@ -57,13 +58,15 @@ struct VerbText
 
 constexpr VerbText verbs[] = {
     {Verb::requestCode, "request-code", "Ask the server to mail a one-time code"},
-    {Verb::signIn, "sign-in",
-     "Exchange the code for a session, keep its token in a file, and show the account"},
+    {Verb::signIn, "sign-in", "Exchange the code for a session, and show the account"},
     {Verb::info, "info", "Fetch, verify and show the account"},
+    {Verb::status, "status", "Show where the session stands, without asking the server"},
+    {Verb::watch, "watch", "Print each state of the session until Ctrl-C"},
+    {Verb::refresh, "refresh", "Load the account information anew"},
     {Verb::consent, "consent", "Accept the terms"},
     {Verb::newsletter, "newsletter", "Subscribe to the newsletter"},
-    {Verb::signOut, "sign-out", "End the session on the server and remove the token file"},
-    {Verb::delete_, "delete", "Delete the account on the server and remove the token file"},
+    {Verb::signOut, "sign-out", "End the session here, in all programs, and on the server"},
+    {Verb::delete_, "delete", "Delete the account on the server and end the session"},
 };
 
 /// The values as the command line has them, before they become a command.
@@ -72,6 +75,7 @@ struct Values
     Command command;
     std::string code;
     std::string revision;
+    int passphraseDescriptor = -1;
     double timeLimit = 0;
 };
 
@@ -92,8 +96,7 @@ void addCommon(CLI::App& app, Values& values)
         ->type_name("NAME")
         ->check(CLI::IsMember(
             {"directProduction", "appleProduction", "directPreview", "applePreview"}));
-    app.add_flag("--json", command.json,
-                 "Print one JSON object on standard output, for errors too");
+    app.add_flag("--json", command.json, "Print JSON on standard output, for errors too");
     app.add_option("--time-limit", values.timeLimit,
                    "How long a call may take, at most and by default 60")
         ->type_name("SECONDS")
@@ -101,13 +104,6 @@ void addCommon(CLI::App& app, Values& values)
     app.add_option("--client-identifier", command.clientIdentifier,
                    "Speak as another program that the server knows (default: tessera)")
         ->type_name("NAME");
-}
-
-void addTokenFile(CLI::App& app, Values& values)
-{
-    app.add_option("--token-file", values.command.tokenFile,
-                   "The file that holds the token (default: standard input)")
-        ->type_name("FILE");
 }
 
 void addOwn(CLI::App& app, Verb verb, Values& values)
@@ -118,25 +114,22 @@ void addOwn(CLI::App& app, Verb verb, Values& values)
             ->type_name("ADDRESS")
             ->required();
     if (verb == Verb::signIn)
-    {
         app.add_option("--code", values.code,
                        "The one-time code (default: ask for it at the terminal)")
             ->type_name("CODE");
-        app.add_option("--token-file", command.tokenFile,
-                       "Where to write the token, for its owner alone (mode 0600)")
-            ->type_name("FILE")
-            ->required();
-        app.add_flag("--attach", command.attach,
-                     "Give the address to the anonymous account whose token the file holds");
-    }
-    else if (verb != Verb::requestCode)
-        addTokenFile(app, values);
+    if (verb == Verb::status)
+        app.add_flag("--history", command.history, "Show the last 50 changes, and why");
     if (verb == Verb::consent)
         app.add_option("--revision", values.revision,
                        "The revision of the terms (default: the current one)")
             ->type_name("TEXT");
     if (verb == Verb::delete_)
         app.add_flag("--yes", command.confirmed, "Delete without asking");
+    if (verb != Verb::requestCode)
+        app.add_option("--passphrase-fd", values.passphraseDescriptor,
+                       "Read the keychain's passphrase from this descriptor, to the line's end")
+            ->type_name("N")
+            ->check(CLI::Range(0, 1'000'000).description(""));
 }
 
 [[noreturn]] void refuse(std::string sentence, std::string next)
@@ -155,8 +148,8 @@ Command commandFrom(const Values& values, const CLI::App& app, Verb verb)
     if (!isIdentifier(command.clientIdentifier))
         refuse("--client-identifier takes letters, digits, \"-\" and \"_\" alone.",
                "See \"tessera --help\".");
-    if (verb == Verb::signIn && command.tokenFile.empty())
-        refuse("--token-file is empty.", "Name the file that is to hold the token.");
+    if (values.passphraseDescriptor >= 0)
+        command.passphraseDescriptor = values.passphraseDescriptor;
     if (verb == Verb::signIn && app.count("--code") > 0)
         command.code = platform::SecretString(values.code);
     if (verb == Verb::consent && app.count("--revision") > 0)

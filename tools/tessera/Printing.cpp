@@ -2,16 +2,12 @@
 
 #include "Platform/Coding/JSONWriter.hpp"
 #include "Platform/Security/SecretCoding.hpp"
+#include "tools/tessera/SessionPrinting.hpp"
 #include "tools/tessera/Terminal.hpp"
-
-#include <boost/uuid/uuid_io.hpp>
 
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdio>
-#include <ctime>
-#include <utility>
 #include <vector>
 
 namespace commandline
@@ -21,41 +17,23 @@ namespace
 
 using platform::JSONWriter;
 using platform::SecretString;
-using tessera::AccountInfo;
-using tessera::AccountInfoFreshnes;
 
-/// The date in UTC after a pattern of `strftime`; absent for a moment that no calendar holds.
-std::optional<std::string> dateText(platform::Date date, const char* pattern)
+std::string_view nameOf(ServerSignOut onServer)
 {
-    constexpr double lastSecondOf9999 = 253'402'300'799;
-    if (!(std::abs(date.secondsSince1970) <= lastSecondOf9999))
-        return std::nullopt;
-    const auto seconds = static_cast<std::time_t>(std::floor(date.secondsSince1970));
-    std::tm parts{};
-    ::gmtime_r(&seconds, &parts);
-    char text[40];
-    const auto size = std::strftime(text, sizeof text, pattern, &parts);
-    return std::string(text, size);
-}
-
-void write(const AccountInfo& account, JSONWriter& json)
-{
-    json.beginObject();
-    json.member("user", account.user);
-    if (account.uuid)
-        json.member("uuid", boost::uuids::to_string(*account.uuid));
-    json.member("email", account.email);
-    json.member("anonymous", account.isAnonymous());
-    json.member("audience", account.audience);
-    json.member("issuedAt", dateText(account.issuedAt, "%Y-%m-%dT%H:%M:%SZ"));
-    json.member("fresh", account.freshness() == AccountInfoFreshnes::fresh);
-    json.key("terms");
-    json.beginObject();
-    json.member("acceptedRevision", account.terms.acceptedRevision);
-    json.member("currentRevision", account.terms.currentRevision);
-    json.member("needsConsent", account.terms.needsConsent());
-    json.endObject();
-    json.endObject();
+    switch (onServer)
+    {
+        case ServerSignOut::confirmed:
+            return "confirmed";
+        case ServerSignOut::unconfirmed:
+            return "unconfirmed";
+        case ServerSignOut::noAnswer:
+            return "noAnswer";
+        case ServerSignOut::notAsked:
+            return "notAsked";
+        case ServerSignOut::notNeeded:
+            return "notNeeded";
+    }
+    return "";
 }
 
 SecretString jsonText(const Result& result)
@@ -67,13 +45,19 @@ SecretString jsonText(const Result& result)
     if (result.account)
     {
         json.key("account");
-        write(*result.account, json);
+        writeAccount(*result.account, json);
     }
     json.member("revision", result.revision);
-    if (!result.tokenFile.empty())
-        json.member("tokenFile", result.tokenFile.string());
-    if (result.verb == Verb::signOut)
-        json.member("alreadyEnded", result.alreadyEnded);
+    if (result.onServer)
+        json.member("server", std::string(nameOf(*result.onServer)));
+    if (result.state)
+        writeState(*result.state, json);
+    if (result.diagnostic)
+        writeProblem(*result.diagnostic, json);
+    if (result.history)
+        writeHistory(*result.history, json);
+    if (!result.diagnostics.empty())
+        writeDiagnostics(result.diagnostics, json);
     json.endObject();
     text.append("\n");
     return text;
@@ -98,75 +82,33 @@ std::string jsonText(const Report& report)
     return text + "\n";
 }
 
-/// Lines of a label and a value, the values below each other.
-class Table
-{
-public:
-    explicit Table(bool colours) : colours_(colours) {}
-
-    void add(std::string_view label, std::string_view value)
-    {
-        constexpr std::size_t width = 11;
-        std::string padded(label);
-        padded.resize(width, ' ');
-        text_.append("  " + styled(std::move(padded), Style::label, colours_));
-        text_.append(printable(value));
-    }
-    void add(std::string_view label, std::string_view value, std::string note, Style style)
-    {
-        add(label, value);
-        text_.append(" " + styled("(" + std::move(note) + ")", style, colours_));
-    }
-    void endLine() { text_.append("\n"); }
-
-    const SecretString& text() const { return text_; }
-
-private:
-    bool colours_;
-    SecretString text_;
-};
-
-void printForPeople(const AccountInfo& account)
-{
-    const bool colours = takesColours(STDOUT_FILENO);
-    Table table(colours);
-    table.add("E-mail", account.email ? account.email->view() : "none: an anonymous account");
-    table.endLine();
-    table.add("User", account.user);
-    table.endLine();
-    if (account.uuid)
-    {
-        table.add("UUID", boost::uuids::to_string(*account.uuid));
-        table.endLine();
-    }
-    const auto& terms = account.terms;
-    if (terms.needsConsent())
-        table.add("Terms", terms.currentRevision,
-                  terms.acceptedRevision.empty()
-                      ? "not accepted yet"
-                      : printable(terms.acceptedRevision) + " was accepted",
-                  Style::warning);
-    else
-        table.add("Terms", terms.currentRevision, "accepted", Style::good);
-    table.endLine();
-    const bool fresh = account.freshness() == AccountInfoFreshnes::fresh;
-    table.add("Issued",
-              dateText(account.issuedAt, "%Y-%m-%d %H:%M:%S UTC")
-                  .value_or("at a moment that no calendar holds"),
-              fresh ? "fresh" : "stale", fresh ? Style::good : Style::warning);
-    table.endLine();
-    table.add("For", account.audience, "verified", Style::good);
-    table.endLine();
-    print(styled("Account", Style::heading, colours) + "\n");
-    print(table.text().view());
-}
-
 void printLine(const std::string& sentence, const std::string& next)
 {
     const bool colours = takesColours(STDERR_FILENO);
     const auto text = styled("tessera:", Style::error, colours) + " " + printable(sentence) +
                       (next.empty() ? "" : " " + printable(next)) + "\n";
     std::fputs(text.c_str(), stderr);
+}
+
+std::string sentenceOf(ServerSignOut onServer)
+{
+    switch (onServer)
+    {
+        case ServerSignOut::confirmed:
+            return "You are signed out.\n";
+        case ServerSignOut::unconfirmed:
+            return "You are signed out here, but the server did not confirm it. The session may "
+                   "last there until it expires.\n";
+        case ServerSignOut::noAnswer:
+            return "You are signed out here, but the server did not answer within 5 seconds. The "
+                   "session may last there until it expires.\n";
+        case ServerSignOut::notAsked:
+            return "The stored session was not this server's, or damaged; it was removed, and the "
+                   "server was not told.\n";
+        case ServerSignOut::notNeeded:
+            return "You were not signed in.\n";
+    }
+    return "";
 }
 
 std::string sentence(const Result& result)
@@ -176,18 +118,21 @@ std::string sentence(const Result& result)
         case Verb::requestCode:
             return "A code is on its way. Sign in with it: tessera sign-in.\n";
         case Verb::signIn:
-            return "You are signed in. The token is in " + result.tokenFile.string() + ".\n";
-        case Verb::info:
-            return "";
+            return "You are signed in, in all programs of this user.\n";
+        case Verb::refresh:
+            return "The account information is current.\n";
         case Verb::consent:
             return "The terms " + printable(result.revision.value_or("")) + " are accepted.\n";
         case Verb::newsletter:
             return "You are subscribed to the newsletter.\n";
         case Verb::signOut:
-            return result.alreadyEnded ? "The session had ended already.\n"
-                                       : "You are signed out.\n";
+            return sentenceOf(result.onServer.value_or(ServerSignOut::notNeeded));
         case Verb::delete_:
             return "The account is deleted.\n";
+        case Verb::info:
+        case Verb::status:
+        case Verb::watch:
+            break;
     }
     return "";
 }
@@ -218,11 +163,20 @@ void print(std::string_view text)
 
 void print(const Result& result, bool json)
 {
+    // What there is to see of it has been printed line by line.
+    if (result.verb == Verb::watch)
+        return;
     if (json)
         return print(jsonText(result).view());
+    print(result.diagnostics);
     print(sentence(result));
+    const bool colours = takesColours(STDOUT_FILENO);
     if (result.account)
-        printForPeople(*result.account);
+        print(accountTable(*result.account, colours).view());
+    if (result.verb == Verb::status)
+        print(statusTable(*result.state, result.diagnostic, colours).view());
+    if (result.history)
+        print(historyTable(*result.history, colours));
 }
 
 void print(const Report& report, bool json)

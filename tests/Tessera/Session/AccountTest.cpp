@@ -15,22 +15,6 @@ struct Session : testing::Test
 {
     Machine machine;
     SessionHost host{machine};
-
-    void launch()
-    {
-        host.onMainDo([this] { host.account->applicationWillFinishLaunching(); });
-        machine.settle();
-    }
-    void activate()
-    {
-        host.onMainDo([this] { host.account->applicationDidBecomeActive(); });
-        machine.settle();
-    }
-    void signOut()
-    {
-        host.onMainDo([this] { host.account->signOut(); });
-        machine.settle();
-    }
 };
 
 }  // namespace
@@ -49,7 +33,7 @@ TEST_F(Session, SignsInOnceAndIsFoundAgainAtTheNextLaunch)
 
     host.launchAgain();
     EXPECT_EQ(host.state(), "loading");
-    launch();
+    host.launch();
     EXPECT_EQ(host.state(), "signedIn:anna/local");
     EXPECT_THAT(host.takeRequests(), IsEmpty());
 }
@@ -96,14 +80,14 @@ TEST_F(Session, AKeychainThatCannotBeReadIsNeverSignedOut)
 {
     host.store("Token", host.token("anna"));
     machine.items->fail(platform::KeychainStatus::interactionNotAllowed);
-    launch();
+    host.launch();
     EXPECT_EQ(host.state(), "loading");
     EXPECT_EQ(host.account->diagnostic()->code, AccountDiagnosticCode::keychainUnreadable);
 
-    activate();
+    host.activate();
     EXPECT_EQ(host.state(), "failed");
     machine.items->fail(std::nullopt);
-    activate();
+    host.activate();
     EXPECT_EQ(host.state(), "pending:anna");
 }
 
@@ -147,7 +131,7 @@ TEST_F(Session, RetriesAFailedRefreshFourTimesAndNoMore)
     EXPECT_THAT(host.takeRequests(), IsEmpty());
     EXPECT_EQ(machine.clock->timers(), 0U);
 
-    activate();
+    host.activate();
     host.answer("/account", 200, host.info("anna"));
     EXPECT_EQ(host.account->diagnostic(), std::nullopt);
 }
@@ -157,7 +141,7 @@ TEST_F(Session, CallersThatOverlapShareOneRefresh)
     host.signInAs("anna");
     const auto first = host.refresh();
     const auto second = host.refresh(false);
-    activate();
+    host.activate();
     EXPECT_THAT(host.takeRequests(), ElementsAre("/account*"));
     host.answer("/account", 200, host.info("anna"));
 
@@ -172,10 +156,10 @@ TEST_F(Session, IsRefreshedOnActivationAfterAnHour)
 {
     host.signInAs("anna");
     machine.clock->setNow(machine.clock->now() + 3599);
-    activate();
+    host.activate();
     EXPECT_THAT(host.takeRequests(), IsEmpty());
     machine.clock->setNow(machine.clock->now() + 1);
-    activate();
+    host.activate();
     EXPECT_THAT(host.takeRequests(), ElementsAre("/account*"));
 }
 
@@ -271,7 +255,7 @@ TEST_F(Session, ASignInThatIsCancelledAfterItsTokenWasStoredIsPending)
 
 TEST_F(Session, KeepsTheStateWhenTheTokenCannotBeStored)
 {
-    launch();
+    host.launch();
     const auto call = host.signIn();
     machine.settle();
     machine.items->fail(platform::KeychainStatus::notAvailable);
@@ -338,10 +322,10 @@ TEST_F(Session, DeletesTheAccountAndThenSignsOut)
 
     host.signInAs("anna");
     call = host.start<void>(host.onMain([&] { return host.account->deleteAccount(); }));
-    host.answerRefused("/account");
+    host.answerRefused("DELETE /account");
     EXPECT_EQ(host.state(), "signedIn:anna/remote");
     call = host.start<void>(host.onMain([&] { return host.account->deleteAccount(); }));
-    host.answer("/account", 204, "");
+    host.answer("DELETE /account", 204, "");
     EXPECT_TRUE(call->succeeded());
     EXPECT_EQ(host.state(), "signedOut");
 }
@@ -368,7 +352,7 @@ TEST_F(Session, TheNewsletterBelongsToTheUser)
 
     call = subscribe();
     machine.settle();
-    signOut();
+    host.signOut();
     EXPECT_EQ(call->error(), "CancellationError");
     EXPECT_EQ(host.account->newsletterStatus(), Status::idle);
 }

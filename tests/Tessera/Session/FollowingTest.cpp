@@ -28,16 +28,6 @@ struct Programs : testing::Test
     {
         return SessionHost::info(user, "a@example.org", "viewer.mac");
     }
-    void launch(SessionHost& host)
-    {
-        host.onMainDo([&] { host.account->applicationWillFinishLaunching(); });
-        machine.settle();
-    }
-    void signOut(SessionHost& host)
-    {
-        host.onMainDo([&] { host.account->signOut(); });
-        machine.settle();
-    }
     std::size_t readsOf(SessionHost& host)
     {
         const auto calls = host.keychain->takeCalls();
@@ -51,7 +41,7 @@ struct Programs : testing::Test
 
 TEST_F(Programs, FollowEachOthersSignInAndSignOut)
 {
-    launch(viewer);
+    viewer.launch();
     viewer.published.clear();
     editor.signInAs("anna");
     machine.settle();
@@ -65,7 +55,7 @@ TEST_F(Programs, FollowEachOthersSignInAndSignOut)
     const auto refresh = viewer.refresh();
     machine.settle();
     viewer.takeRequests();
-    signOut(editor);
+    editor.signOut();
     machine.advance(0.1);
     EXPECT_EQ(viewer.state(), "signedOut");
     EXPECT_EQ(refresh->error(), "CancellationError");
@@ -88,7 +78,7 @@ TEST_F(Programs, FollowAnotherUserFromWhateverState)
 
     // A token that is none is no session, and no sign-out either.
     editor.store("Token", "nonsense");
-    viewer.onMainDo([&] { viewer.account->applicationDidBecomeActive(); });
+    viewer.activate();
     machine.advance(0.1);
     EXPECT_EQ(viewer.state(), "failed");
     EXPECT_EQ(viewer.stored("Token"), "nonsense");
@@ -99,16 +89,16 @@ TEST_F(Programs, FollowAnotherUserFromWhateverState)
 
 TEST_F(Programs, HealAMissedAnnouncementOnActivation)
 {
-    launch(viewer);
+    viewer.launch();
     editor.store("Token", SessionHost::token("anna"));
-    viewer.onMainDo([&] { viewer.account->applicationDidBecomeActive(); });
+    viewer.activate();
     machine.settle();
     EXPECT_EQ(viewer.state(), "pending:anna");
 }
 
 TEST_F(Programs, WaitForTheKeychainToCatchUpAndGiveUpAfterFourReads)
 {
-    launch(viewer);
+    viewer.launch();
     const auto other =
         machine.announcements.device(1)->join(platform::executorOf(editor.main), [](auto&) {});
     const auto touch = [&]
@@ -140,7 +130,7 @@ TEST_F(Programs, WaitForTheKeychainToCatchUpAndGiveUpAfterFourReads)
 
 TEST_F(Programs, ReadTenTimesASecondAtMostAndDoNotMissTheLastAnnouncement)
 {
-    launch(viewer);
+    viewer.launch();
     const auto other =
         machine.announcements.device(1)->join(platform::executorOf(editor.main), [](auto&) {});
     readsOf(viewer);
@@ -162,7 +152,7 @@ TEST_F(Programs, ReadTenTimesASecondAtMostAndDoNotMissTheLastAnnouncement)
 
 TEST_F(Programs, AreToldOfOtherKeysInVain)
 {
-    launch(viewer);
+    viewer.launch();
     readsOf(viewer);
     const auto other =
         machine.announcements.device(1)->join(platform::executorOf(editor.main), [](auto&) {});

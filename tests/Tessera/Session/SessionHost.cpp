@@ -19,6 +19,13 @@ std::string quoted(const std::string& text)
     return '"' + text + '"';
 }
 
+/// "/account", or "DELETE /account".
+std::string nameOf(const platform::URLRequest& request)
+{
+    const auto path = request.url.string().substr(std::string("https://api.example.net/v2").size());
+    return (request.method == "DELETE" ? "DELETE " : "") + path;
+}
+
 }  // namespace
 
 std::string nameOf(const std::exception_ptr& error)
@@ -129,6 +136,24 @@ void SessionHost::release()
     onMainDo([this] { account.reset(); });
 }
 
+void SessionHost::launch()
+{
+    onMainDo([this] { account->applicationWillFinishLaunching(); });
+    machine.settle();
+}
+
+void SessionHost::activate()
+{
+    onMainDo([this] { account->applicationDidBecomeActive(); });
+    machine.settle();
+}
+
+void SessionHost::signOut()
+{
+    onMainDo([this] { account->signOut(); });
+    machine.settle();
+}
+
 std::shared_ptr<Call<AccountState>> SessionHost::signIn()
 {
     auto work = onMain(
@@ -152,10 +177,7 @@ std::vector<std::string> SessionHost::takeRequests()
     for (; taken_ < network->started.size(); ++taken_)
     {
         const auto& request = network->started[taken_]->request;
-        const auto path = std::string(request.url.string())
-                              .substr(std::string("https://api.example.net/v2").size());
-        const std::string method = request.method == "DELETE" ? "DELETE " : "";
-        paths.push_back(method + path + (request.header("Authorization") ? "*" : ""));
+        paths.push_back(nameOf(request) + (request.header("Authorization") ? "*" : ""));
     }
     return paths;
 }
@@ -164,12 +186,8 @@ void SessionHost::answer(const std::string& path, int status, const std::string&
 {
     machine.settle();
     const auto open =
-        std::ranges::find_if(network->started,
-                             [&](const auto& transfer)
-                             {
-                                 return !transfer->ended() &&
-                                        std::string(transfer->request.url.string()).ends_with(path);
-                             });
+        std::ranges::find_if(network->started, [&](const auto& transfer)
+                             { return !transfer->ended() && nameOf(transfer->request) == path; });
     ASSERT_NE(open, network->started.end()) << "no request for " << path;
     (*open)->answer(status, body);
     machine.settle();

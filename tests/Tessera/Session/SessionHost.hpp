@@ -98,6 +98,9 @@ public:
     }
     void onMainDo(const std::function<void()>& work) { main->runInside(work); }
 
+    void launch();
+    void activate();
+    void signOut();
     std::shared_ptr<Call<tessera::AccountState>> signIn();
     std::shared_ptr<Call<void>> refresh(bool force = true);
 

@@ -326,7 +326,7 @@ TEST(SessionMachine, TurnsEachInputIntoAStateAndOrders)
          },
          "signedOut",
          "completed",
-         {Cause::otherProgramSignedOut, false, false}},
+         {Cause::otherProgramSignedOut, true, false}},
     };
     for (const auto& row : rows)
     {
@@ -345,6 +345,12 @@ TEST(SessionMachine, TellsAStoredTokenFromTheKnownOne)
         return then(std::move(way),
                     [](SessionMachine& machine) { machine.tokenLeftBehind(std::nullopt); });
     };
+    const auto signsOut = [](SessionMachine& machine)
+    {
+        machine.signOutBegins(now);
+        machine.signedOut(Cause::signedOut);
+    };
+    const Way neverRead = signsOut;
     struct Row
     {
         const char* name;
@@ -360,8 +366,14 @@ TEST(SessionMachine, TellsAStoredTokenFromTheKnownOne)
         {"signed out, one", signedOut, bytes("other"), Stored::another, Stored::another},
         {"never read", loading, bytes("other"), Stored::another, Stored::another},
         {"never read, none", loading, std::nullopt, Stored::gone, Stored::gone},
-        {"left behind by a sign-out", unknown(signedOut), bytes("left"), Stored::known,
+        {"never read, during a sign-in", then(loading, signingIn), bytes("other"), Stored::known,
          Stored::known},
+        {"left behind by a sign-out, never read", unknown(neverRead), bytes("left"), Stored::known,
+         Stored::known},
+        {"left behind by a sign-out", unknown(then(signedIn, signsOut)), bytes("known"),
+         Stored::known, Stored::known},
+        {"another program's after that", unknown(then(signedIn, signsOut)), bytes("other"),
+         Stored::another, Stored::another},
     };
     for (const auto& row : rows)
     {

@@ -1,5 +1,7 @@
 #include "tests/tools/tessera/Program.hpp"
 
+#include "tools/account-server/Files.hpp"
+
 #include <gmock/gmock.h>
 
 namespace commandline
@@ -31,10 +33,10 @@ void expectTold(const Stage& stage, const ErrorCase& error)
     };
     auto arguments = error.arguments;
     set();
-    const auto forPeople = run(arguments);
+    const auto forPeople = run(arguments, "", stage.surroundings);
     arguments.emplace_back("--json");
     set();
-    const auto forScripts = run(arguments);
+    const auto forScripts = run(arguments, "", stage.surroundings);
 
     SCOPED_TRACE(error.what + "\n" + forPeople.errors + forScripts.output);
     EXPECT_EQ(forPeople.exitCode, error.exitCode);
@@ -59,9 +61,8 @@ TEST(CommandLine, TellsTheClassOfEachErrorByItsExitCode)
 {
     const Stage stage;
     stage.signIn();
-    const auto info = stage.with({"info", "--token-file", stage.tokenFile});
-    const auto signIn = stage.with(
-        {"sign-in", "--email", "secret@example.org", "--token-file", stage.tokenFile + "2"});
+    const auto info = stage.with({"info"});
+    const auto signIn = stage.with({"sign-in", "--email", "secret@example.org"});
     const auto plus = [](Arguments arguments, const Arguments& more)
     {
         arguments.insert(arguments.end(), more.begin(), more.end());
@@ -80,8 +81,9 @@ TEST(CommandLine, TellsTheClassOfEachErrorByItsExitCode)
         {"identifier for another header", plus(info, {"--client-identifier", "a\r\nb"}), 2, "usage",
          "usage"},
         {"code without a terminal", signIn, 2, "usage", "noCode"},
-        {"deletion without a terminal", stage.with({"delete", "--token-file", stage.tokenFile}), 2,
-         "usage", "notConfirmed"},
+        {"deletion without a terminal", stage.with({"delete"}), 2, "usage", "notConfirmed"},
+        {"descriptor that is not open", plus(info, {"--passphrase-fd", "77"}), 2, "usage",
+         "unreadableDescriptor"},
         {"no environment file",
          {"info", "--environment", "/none"},
          3,
@@ -108,9 +110,6 @@ TEST(CommandLine, TellsTheClassOfEachErrorByItsExitCode)
          on(R"("otherAudience")")},
         {"no token in the answer", info, 7, "verification", "JWTError.malformedToken",
          on(R"("status","status":200,"body":"hello")")},
-        {"no token file", stage.with({"info", "--token-file", "/none"}), 8, "tokenFile",
-         "inaccessible"},
-        {"empty input", stage.with({"info"}), 8, "tokenFile", "noToken"},
     };
     for (const auto& error : cases)
         expectTold(stage, error);
@@ -122,49 +121,68 @@ TEST(CommandLine, AsksForANewSignInBeforeADeletion)
     const auto token = stage.signIn();
     stage.server.control("POST /sessions/age", R"({"token":")" + token + R"(","seconds":3600})");
 
-    expectTold(stage,
-               {"old sign-in", stage.with({"delete", "--yes", "--token-file", stage.tokenFile}), 6,
-                "signInNeeded", "AccountRemoteError.reauthenticationRequired"});
+    expectTold(stage, {"old sign-in", stage.with({"delete", "--yes"}), 6, "signInNeeded",
+                       "AccountRemoteError.reauthenticationRequired"});
 
-    EXPECT_EQ(stage.read(stage.tokenFile), token);
+    EXPECT_EQ(stage.token(), token);
+}
+
+TEST(CommandLine, ActsForNobodyWithoutASession)
+{
+    const Stage stage;
+
+    for (const auto* command : {"info", "refresh", "consent", "newsletter", "delete"})
+        expectTold(stage, {command, stage.with({command}), 6, "signInNeeded",
+                           "AccountError.accountRequired"});
+
+    EXPECT_EQ(stage.tessera({"status", "--json"}).json().at("state").as_string(), "signedOut");
+    EXPECT_EQ(stage.tessera({"sign-out", "--json"}).json().at("server").as_string(), "notNeeded");
+    EXPECT_EQ(stage.requests(), 0);
 }
 
 TEST(CommandLine, SendsATokenToNoServerButItsOwn)
 {
     const Stage stage, other;
-    other.signIn();
-    const auto foreign = [&](const std::string& command)
-    {
-        return ErrorCase{command, stage.with({command, "--token-file", other.tokenFile}), 7,
-                         "verification", "JWTError.verificationFailed"};
-    };
+    stage.store(other.signIn());
 
-    for (const auto* command : {"info", "consent", "newsletter", "sign-out"})
-        expectTold(stage, foreign(command));
+    for (const auto* command : {"info", "refresh", "consent", "newsletter"})
+        expectTold(stage, {command, stage.with({command}), 7, "verification", "storedSession"});
+    EXPECT_TRUE(stage.tessera({"status", "--json"}).json().as_object().contains("problem"));
+    const auto signedOut = stage.tessera({"sign-out", "--json"});
 
+    EXPECT_EQ(signedOut.json().at("server").as_string(), "notAsked");
+    EXPECT_EQ(stage.token(), "");
     EXPECT_EQ(stage.requests(), 0);
-    EXPECT_TRUE(std::filesystem::exists(other.tokenFile));
 }
 
-TEST(CommandLine, KeepsTheTokenWhenTheServerCannotBeReached)
+TEST(CommandLine, TellsThatTheKeychainCannotBeUsedBeforeACodeIsUsedUp)
 {
-    Stage stage;
-    stage.signIn();
-    const auto signOut = stage.with({"sign-out", "--token-file", stage.tokenFile});
-    stage.server.stop();
-
-    const auto ended = run(signOut);
-
-    EXPECT_EQ(ended.exitCode, 4) << ended.errors;
-    EXPECT_TRUE(std::filesystem::exists(stage.tokenFile));
+    const Stage stage;
+    const auto code = stage.code();
+    const auto requests = stage.requests();
+    accountserver::writeFile(stage.home / "data", "a file where a folder must be", 0600);
+    const Arguments commands[] = {
+        {"sign-in", "--email", "anna@example.org", "--code", code},
+        {"status"},
+        {"info"},
+        {"sign-out"},
+    };
+    for (const auto& command : commands)
+    {
+        const auto ended = stage.tessera(command);
+        EXPECT_EQ(ended.exitCode, 10) << command.front();
+        EXPECT_THAT(ended.errors, HasSubstr("tessera keychain doctor"));
+    }
+    EXPECT_EQ(stage.tessera({"watch"}).exitCode, 10);
+    EXPECT_EQ(stage.requests(), requests);
 }
 
 TEST(CommandLine, HelpNamesEveryCommandAndExitCode)
 {
     const auto help = run({"--help"});
     EXPECT_EQ(help.exitCode, 0);
-    for (const std::string command :
-         {"request-code", "sign-in", "info", "consent", "newsletter", "sign-out", "delete"})
+    for (const std::string command : {"request-code", "sign-in", "info", "status", "watch",
+                                      "refresh", "consent", "newsletter", "sign-out", "delete"})
     {
         EXPECT_THAT(help.output, HasSubstr("\n  " + command + " "));
         const auto own = run({command, "--help"});
@@ -173,8 +191,8 @@ TEST(CommandLine, HelpNamesEveryCommandAndExitCode)
         EXPECT_THAT(own.output, HasSubstr("--environment"));
     }
     EXPECT_THAT(help.output, HasSubstr("\n  keychain "));
-    for (const auto* code : {"   0", "   1", "   2", "   3", "   4", "   5", "   6", "   7", "   8",
-                             "   9", "  10", "  11", "  12", " 130"})
+    for (const auto* code : {"   0", "   1", "   2", "   3", "   4", "   5", "   6", "   7", "   9",
+                             "  10", "  11", "  12", " 130"})
         EXPECT_THAT(help.output, HasSubstr(std::string("\n ") + code + "  "));
     EXPECT_TRUE(run({"--version"}).output.starts_with("tessera 0."));
 }

@@ -29,8 +29,8 @@ Surroundings KeychainHome::surroundings(const std::string& third) const
 {
     const auto path = folder.path.string();
     auto all = variables;
-    for (const auto* place :
-         {"HOME=", "XDG_DATA_HOME=/data", "XDG_CONFIG_HOME=/config", "XDG_RUNTIME_DIR=/run"})
+    for (const auto* place : {"HOME=", "XDG_DATA_HOME=/data", "XDG_CONFIG_HOME=/config",
+                              "XDG_STATE_HOME=/state", "XDG_RUNTIME_DIR=/run"})
     {
         const std::string text = place;
         const auto value = text.find('=') + 1;

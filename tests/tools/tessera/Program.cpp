@@ -1,11 +1,10 @@
 #include "tests/tools/tessera/Program.hpp"
 
-#include "tools/account-server/Files.hpp"
-
 #include <gtest/gtest.h>
 #include <boost/json/parse.hpp>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -137,6 +136,10 @@ AtTerminal::~AtTerminal()
 
 bool AtTerminal::readMore()
 {
+    constexpr int longest = 30'000;
+    pollfd waiting{terminal_, POLLIN, 0};
+    if (::poll(&waiting, 1, longest) <= 0)
+        return false;
     char text[512];
     const auto size = ::read(terminal_, text, sizeof text);
     if (size > 0)
@@ -144,11 +147,19 @@ bool AtTerminal::readMore()
     return size > 0;
 }
 
-bool AtTerminal::shows(const std::string& text)
+bool AtTerminal::shows(const std::string& text, int times)
 {
-    while (screen_.find(text) == std::string::npos)
-        if (!readMore())
+    std::size_t place = 0;
+    while (times > 0)
+    {
+        const auto found = screen_.find(text, place);
+        if (found == std::string::npos && !readMore())
             return false;
+        if (found == std::string::npos)
+            continue;
+        place = found + text.size();
+        --times;
+    }
     return true;
 }
 
@@ -171,6 +182,17 @@ int AtTerminal::end()
     return exitCodeOf(std::exchange(child_, -1));
 }
 
+Surroundings privateFolders(const std::filesystem::path& home)
+{
+    std::filesystem::create_directories(home / "run");
+    std::filesystem::permissions(home / "run", std::filesystem::perms::owner_all);
+    const auto path = home.string();
+    return {{"HOME=" + path, "XDG_DATA_HOME=" + path + "/data",
+             "XDG_CONFIG_HOME=" + path + "/config", "XDG_STATE_HOME=" + path + "/state",
+             "XDG_RUNTIME_DIR=" + path + "/run", "DBUS_SESSION_BUS_ADDRESS=", "TESSERA_KEYCHAIN="},
+            ""};
+}
+
 accountserver::Settings Stage::settings(const std::filesystem::path& state)
 {
     auto settings = accountserver::TestServer::settings(state);
@@ -185,27 +207,41 @@ Arguments Stage::with(Arguments arguments) const
     return arguments;
 }
 
-Ended Stage::withToken(Arguments arguments) const
+std::string Stage::code(const std::string& email) const
 {
-    arguments.insert(arguments.end(), {"--token-file", tokenFile});
-    return tessera(arguments);
+    server.requestCode(email);
+    return server.newestCode(email);
 }
 
 std::string Stage::signIn(const std::string& email) const
 {
-    auto token = server.signedIn(email);
-    write(tokenFile, token);
-    return token;
+    const auto ended = tessera({"sign-in", "--email", email, "--code", code(email)});
+    EXPECT_EQ(ended.exitCode, 0) << ended.errors;
+    return token();
 }
 
-std::string Stage::read(const std::string& file) const
+namespace
 {
-    return accountserver::readFile(file).value_or("no such file");
+
+Arguments onStoredToken(const std::string& verb)
+{
+    return {"keychain",         verb,
+            "--service",        "Ostra Account Local",
+            "--group",          "group.net.ostra.account",
+            "--synchronizable", "--accessibility",
+            "afterFirstUnlock", "Token"};
 }
 
-void Stage::write(const std::string& file, const std::string& text) const
+}  // namespace
+
+std::string Stage::token() const
 {
-    accountserver::writeFile(file, text, 0644);
+    return run(onStoredToken("get"), "", surroundings).output;
+}
+
+void Stage::store(const std::string& token) const
+{
+    EXPECT_EQ(run(onStoredToken("set"), token, surroundings).exitCode, 0);
 }
 
 std::int64_t Stage::requests() const

@@ -47,8 +47,9 @@ public:
     AtTerminal(const AtTerminal&) = delete;
     AtTerminal& operator=(const AtTerminal&) = delete;
 
-    /// Waits until this is on the screen; false when the program ends before.
-    bool shows(const std::string& text);
+    /// Waits until this is on the screen, so many times; false when the program ends before, or
+    /// says nothing for half a minute.
+    bool shows(const std::string& text, int times = 1);
     void type(const std::string& text) const;
     bool echoes() const;
 
@@ -64,27 +65,33 @@ private:
     std::string screen_;
 };
 
+/// The folders of a user who keeps nothing yet, below this one, and no session bus: nothing that a
+/// test does reaches those of whoever runs it.
+Surroundings privateFolders(const std::filesystem::path& home);
+
 /// An account server, and what a person who uses it has at hand.
 struct Stage
 {
     accountserver::TemporaryFolder folder;
     accountserver::TestServer server{settings(folder.path / "state")};
     const std::string environment = (folder.path / "state" / "environment.json").string();
-    const std::string tokenFile = (folder.path / "token").string();
+    const std::filesystem::path home = folder.path / "home";
+    const Surroundings surroundings = privateFolders(home);
 
     /// `arguments` and the environment file.
     Arguments with(Arguments arguments) const;
     Ended tessera(const Arguments& arguments, const std::string& input = "") const
     {
-        return run(with(arguments), input);
+        return run(with(arguments), input, surroundings);
     }
-    /// `arguments`, the environment file and the token file.
-    Ended withToken(Arguments arguments) const;
 
-    /// Signs in through the server alone and writes the token file. Returns the token.
+    /// Has a code mailed, by the server alone.
+    std::string code(const std::string& email = "anna@example.org") const;
+    /// Signs in by the command line. Returns the token that is then stored.
     std::string signIn(const std::string& email = "anna@example.org") const;
-    std::string read(const std::string& file) const;
-    void write(const std::string& file, const std::string& text) const;
+    /// The stored token, or nothing; and another in its place, as from another program.
+    std::string token() const;
+    void store(const std::string& token) const;
     /// How many requests the server got so far.
     std::int64_t requests() const;
 

@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <sys/stat.h>
-
 namespace commandline
 {
 namespace
@@ -12,38 +10,45 @@ namespace
 using testing::HasSubstr;
 using testing::Not;
 
+constexpr auto email = "anna@example.org";
+
 TEST(CommandLine, GoesFromACodeToAVerifiedAccountAndBack)
 {
     const Stage stage;
-    const std::string email = "anna@example.org";
 
     const auto requested = stage.tessera({"request-code", "--email", email});
     const auto code = stage.server.newestCode(email);
-    const auto signedIn = stage.withToken({"sign-in", "--email", email, "--code", code});
-    const auto token = stage.read(stage.tokenFile);
-    struct stat status = {};
-    ASSERT_EQ(::stat(stage.tokenFile.c_str(), &status), 0);
-    const auto consented = stage.withToken({"consent"});
-    const auto subscribed = stage.withToken({"newsletter"});
-    const auto shown = stage.tessera({"info"}, token);
-    const auto signedOut = stage.withToken({"sign-out"});
+    const auto signedIn = stage.tessera({"sign-in", "--email", email, "--code", code});
+    const auto token = stage.token();
+    const auto consented = stage.tessera({"consent"});
+    const auto subscribed = stage.tessera({"newsletter"});
+    const auto shown = stage.tessera({"info"});
+    const auto refreshed = stage.tessera({"refresh"});
+    const auto requests = stage.requests();
+    const auto looked = stage.tessera({"status"});
+    const bool askedServer = stage.requests() != requests;
+    const auto signedOut = stage.tessera({"sign-out"});
 
     std::string everything;
-    for (const auto& ended : {requested, signedIn, consented, subscribed, shown, signedOut})
+    for (const auto& ended :
+         {requested, signedIn, consented, subscribed, shown, refreshed, looked, signedOut})
     {
         EXPECT_EQ(ended.exitCode, 0) << ended.errors;
         EXPECT_EQ(ended.errors, "");
         EXPECT_EQ(ended.output.find('\x1B'), std::string::npos);
         everything += ended.output;
     }
-    EXPECT_EQ(status.st_mode & 07777, 0600u);
     EXPECT_THAT(signedIn.output, HasSubstr("not accepted yet"));
     EXPECT_THAT(shown.output, HasSubstr("E-mail     anna@example.org\n"));
     EXPECT_THAT(shown.output, HasSubstr("2026-10-01 (accepted)"));
+    EXPECT_THAT(looked.output, HasSubstr("Source     from the keychain\n"));
+    EXPECT_FALSE(askedServer);
+    EXPECT_EQ(signedOut.output, "You are signed out.\n");
     EXPECT_THAT(everything, Not(HasSubstr(code)));
     EXPECT_THAT(everything, Not(HasSubstr(token.substr(0, token.find('.')))));
-    EXPECT_FALSE(std::filesystem::exists(stage.tokenFile));
-    EXPECT_EQ(stage.tessera({"info"}, token).exitCode, 6);
+    EXPECT_EQ(stage.token(), "");
+    stage.store(token);
+    EXPECT_EQ(stage.tessera({"info"}).exitCode, 6) << "ended on the server, too";
 }
 
 TEST(CommandLine, SpeaksJSONToScripts)
@@ -51,12 +56,12 @@ TEST(CommandLine, SpeaksJSONToScripts)
     const Stage stage;
     stage.signIn();
 
-    const auto account = stage.withToken({"--json", "info"}).json().at("account");
-    const auto consented = stage.withToken({"consent", "--json"}).json();
-    const auto again = stage.withToken({"info", "--json"}).json().at("account");
-    const auto deleted = stage.withToken({"delete", "--yes", "--json"}).json();
+    const auto account = stage.tessera({"--json", "info"}).json().at("account");
+    const auto consented = stage.tessera({"consent", "--json"}).json();
+    const auto status = stage.tessera({"status", "--json", "--history"}).json();
+    const auto deleted = stage.tessera({"delete", "--yes", "--json"}).json();
 
-    EXPECT_EQ(account.at("email").as_string(), "anna@example.org");
+    EXPECT_EQ(account.at("email").as_string(), email);
     EXPECT_EQ(account.at("audience").as_string(), "tessera.mac");
     EXPECT_FALSE(account.at("anonymous").as_bool());
     EXPECT_TRUE(account.at("fresh").as_bool());
@@ -64,58 +69,127 @@ TEST(CommandLine, SpeaksJSONToScripts)
     EXPECT_THAT(std::string(account.at("issuedAt").as_string()),
                 testing::MatchesRegex("20..-..-..T..:..:..Z"));
     EXPECT_EQ(consented.at("revision").as_string(), "2026-10-01");
-    EXPECT_FALSE(again.at("terms").at("needsConsent").as_bool());
+    EXPECT_EQ(status.at("state").as_string(), "signedIn");
+    EXPECT_EQ(status.at("source").as_string(), "local");
+    EXPECT_FALSE(status.at("account").at("terms").at("needsConsent").as_bool())
+        << "what is stored knows of the consent";
+    EXPECT_TRUE(status.at("history").at(0).as_object().contains("cause"));
     EXPECT_EQ(deleted.at("command").as_string(), "delete");
-    EXPECT_FALSE(std::filesystem::exists(stage.tokenFile));
+    EXPECT_EQ(stage.token(), "");
 }
 
 TEST(CommandLine, GivesAnAnonymousAccountItsAddress)
 {
     const Stage stage;
     const auto made = stage.server.control("POST /anonymous-accounts").json();
-    stage.write(stage.tokenFile, std::string(made.at("token").as_string()));
-    stage.server.requestCode("anna@example.org");
-    const auto code = stage.server.newestCode("anna@example.org");
-    const Arguments signIn{"sign-in",          "--attach", "--json", "--email",
-                           "anna@example.org", "--code",   code};
+    stage.store(std::string(made.at("token").as_string()));
 
-    const auto before = stage.withToken({"info"});
-    const auto attached = stage.withToken(signIn);
-    const auto twice = stage.withToken(signIn);
+    const auto before = stage.tessera({"info"});
+    const auto attached =
+        stage.tessera({"sign-in", "--json", "--email", email, "--code", stage.code()});
 
     EXPECT_THAT(before.output, HasSubstr("anonymous"));
     const auto account = attached.json().at("account");
     EXPECT_EQ(account.at("user"), made.at("user"));
-    EXPECT_EQ(account.at("email").as_string(), "anna@example.org");
-    EXPECT_EQ(twice.exitCode, 2) << "an account with an address is not attached to";
+    EXPECT_EQ(account.at("email").as_string(), email);
 }
 
 TEST(CommandLine, KeepsTheSessionWhenTheAccountCannotBeFetched)
 {
     const Stage stage;
-    stage.server.requestCode("anna@example.org");
-    const auto code = stage.server.newestCode("anna@example.org");
+    const auto code = stage.code();
     stage.server.control("POST /faults", R"({"path":"/v2/account","kind":"otherAudience"})");
 
-    const auto signedIn =
-        stage.withToken({"sign-in", "--email", "anna@example.org", "--code", code});
+    const auto signedIn = stage.tessera({"sign-in", "--email", email, "--code", code});
+    const auto status = stage.tessera({"status"});
     stage.server.control("DELETE /faults");
 
     EXPECT_EQ(signedIn.exitCode, 7);
     EXPECT_THAT(signedIn.errors, HasSubstr("You are signed in"));
-    EXPECT_EQ(stage.withToken({"info"}).exitCode, 0);
+    EXPECT_THAT(status.output, HasSubstr("pending"));
+    EXPECT_EQ(stage.tessera({"info"}).exitCode, 0);
 }
 
-TEST(CommandLine, SignsOutOfASessionThatHasEndedAlready)
+TEST(CommandLine, SharesTheSignInAndKeepsTheInformationOfEachClient)
 {
     const Stage stage;
-    const auto token = stage.signIn();
-    stage.server.control("POST /sessions/revoke", R"({"token":")" + token + R"("})");
+    stage.signIn();
+    const auto asEditor = [&](Arguments arguments)
+    {
+        arguments.insert(arguments.end(), {"--client-identifier", "editor", "--json"});
+        return stage.tessera(arguments).json();
+    };
 
-    const auto ended = stage.withToken({"sign-out", "--json"});
+    const auto before = asEditor({"status"});
+    const auto fetched = asEditor({"info"});
+    const auto after = asEditor({"status"});
+    const auto own = stage.tessera({"status", "--json"}).json();
 
-    EXPECT_TRUE(ended.json().at("alreadyEnded").as_bool());
-    EXPECT_FALSE(std::filesystem::exists(stage.tokenFile));
+    EXPECT_EQ(before.at("state").as_string(), "pending");
+    EXPECT_EQ(fetched.at("account").at("audience").as_string(), "editor.mac");
+    EXPECT_EQ(after.at("account").at("audience").as_string(), "editor.mac");
+    EXPECT_EQ(own.at("account").at("audience").as_string(), "tessera.mac");
+}
+
+TEST(CommandLine, SignsOutHereWhateverTheServerDoes)
+{
+    const struct
+    {
+        const char* fault;
+        const char* server;
+        const char* told;
+    } cases[] = {
+        {R"({"kind":"status","status":401,"body":"{\"code\":\"unauthorized\",\"message\":\"No.\"}"})",
+         "confirmed", "You are signed out.\n"},
+        {R"({"kind":"status","status":503,"body":"{}"})", "unconfirmed", "did not confirm"},
+        {R"({"kind":"reset"})", "unconfirmed", "did not confirm"},
+        {R"({"kind":"delay","delay":60000})", "noAnswer", "did not answer"},
+    };
+    const Stage stage;
+    for (const auto& [fault, server, told] : cases)
+    {
+        const auto token = stage.signIn();
+        stage.server.control("POST /faults", fault);
+        const auto forPeople = stage.tessera({"sign-out"});
+        EXPECT_EQ(stage.token(), "");
+        stage.store(token);
+        const auto forScripts = stage.tessera({"sign-out", "--json"});
+        stage.server.control("DELETE /faults");
+
+        SCOPED_TRACE(fault);
+        EXPECT_EQ(forPeople.exitCode, 0) << forPeople.errors;
+        EXPECT_THAT(forPeople.output, HasSubstr(told));
+        EXPECT_EQ(forScripts.json().at("server").as_string(), server);
+        EXPECT_EQ(stage.token(), "");
+    }
+}
+
+TEST(CommandLine, WatchesWhatOtherProgramsOfTheUserDo)
+{
+    const Stage stage;
+    AtTerminal people(stage.with({"watch"}), stage.surroundings);
+    AtTerminal scripts(stage.with({"watch", "--json", "--client-identifier", "editor"}),
+                       stage.surroundings);
+    ASSERT_TRUE(people.shows("signed out")) << people.screen();
+    ASSERT_TRUE(scripts.shows(R"("state":"signedOut")")) << scripts.screen();
+
+    stage.signIn();
+    ASSERT_TRUE(people.shows("anna@example.org (from the server)")) << people.screen();
+    ASSERT_TRUE(scripts.shows(R"("source":"remote")")) << scripts.screen();
+    stage.tessera({"sign-out"});
+    ASSERT_TRUE(people.shows("signed out", 2)) << people.screen();
+    ASSERT_TRUE(scripts.shows(R"("state":"signedOut")", 2)) << scripts.screen();
+
+    people.type("\x03");
+    scripts.type("\x03");
+    EXPECT_EQ(people.end(), 0) << people.screen();
+    EXPECT_EQ(scripts.end(), 0) << scripts.screen();
+    EXPECT_THAT(people.screen(), HasSubstr("\x1B[32msigned in"));
+    EXPECT_THAT(scripts.screen(), Not(HasSubstr("\x1B")));
+    EXPECT_THAT(scripts.screen(), HasSubstr(R"("audience":"editor.mac")"));
+    const auto history = stage.tessera({"status", "--history", "--client-identifier", "editor"});
+    EXPECT_THAT(history.output, HasSubstr("pending     Another program of the user signed in."));
+    EXPECT_THAT(history.output, HasSubstr("signed out  Another program of the user signed out."));
 }
 
 }  // namespace

@@ -13,13 +13,11 @@ using testing::Not;
 TEST(CommandLine, AsksForTheCodeAtATerminalAndDoesNotShowIt)
 {
     const Stage stage;
-    stage.server.requestCode("anna@example.org");
-    const auto code = stage.server.newestCode("anna@example.org");
-    const Arguments signIn =
-        stage.with({"sign-in", "--email", "anna@example.org", "--token-file", stage.tokenFile});
+    const auto code = stage.code();
+    const Arguments signIn{"sign-in", "--email", "anna@example.org"};
 
-    const auto refused = run(signIn, code + "\n");
-    AtTerminal terminal(signIn);
+    const auto refused = stage.tessera(signIn, code + "\n");
+    AtTerminal terminal(stage.with(signIn), stage.surroundings);
     ASSERT_TRUE(terminal.shows("Code from the mail: ")) << terminal.screen();
     EXPECT_FALSE(terminal.echoes());
     terminal.type(code + "\n");
@@ -34,15 +32,13 @@ TEST(CommandLine, AsksForTheCodeAtATerminalAndDoesNotShowIt)
 TEST(CommandLine, LeavesTheTerminalAsItWasWhenAQuestionIsInterrupted)
 {
     const Stage stage;
-    AtTerminal terminal(
-        stage.with({"sign-in", "--email", "anna@example.org", "--token-file", stage.tokenFile}));
+    AtTerminal terminal(stage.with({"sign-in", "--email", "anna@example.org"}), stage.surroundings);
     ASSERT_TRUE(terminal.shows("Code from the mail: ")) << terminal.screen();
     terminal.type("12\x03");
     ASSERT_TRUE(terminal.shows("cancelled")) << terminal.screen();
 
     EXPECT_TRUE(terminal.echoes());
     EXPECT_EQ(terminal.end(), 130) << terminal.screen();
-    EXPECT_FALSE(std::filesystem::exists(stage.tokenFile));
     EXPECT_EQ(stage.requests(), 0);
 }
 
@@ -51,7 +47,7 @@ TEST(CommandLine, TellsThatACallTakesLongAndEndsItOnInterrupt)
     const Stage stage;
     stage.signIn();
     stage.server.control("POST /faults", R"({"kind":"delay","delay":60000})");
-    AtTerminal terminal(stage.with({"info", "--token-file", stage.tokenFile}));
+    AtTerminal terminal(stage.with({"info"}), stage.surroundings);
     ASSERT_TRUE(terminal.shows("Waiting for localhost ...")) << terminal.screen();
     terminal.type("\x03");
 
@@ -63,7 +59,7 @@ TEST(CommandLine, TellsThatACallTakesLongAndEndsItOnInterrupt)
 TEST(CommandLine, DeletesOnlyWhatWasConfirmed)
 {
     const Stage stage;
-    stage.signIn();
+    const auto token = stage.signIn();
     const struct
     {
         const char* answer;
@@ -72,13 +68,42 @@ TEST(CommandLine, DeletesOnlyWhatWasConfirmed)
     } cases[] = {{"no\n", 9, true}, {"\x04", 9, true}, {"delete\n", 0, false}};
     for (const auto& [answer, exitCode, tokenStays] : cases)
     {
-        AtTerminal terminal(stage.with({"delete", "--token-file", stage.tokenFile}));
+        AtTerminal terminal(stage.with({"delete"}), stage.surroundings);
         ASSERT_TRUE(terminal.shows("to go on: ")) << terminal.screen();
         terminal.type(answer);
 
         EXPECT_EQ(terminal.end(), exitCode) << terminal.screen();
-        EXPECT_EQ(std::filesystem::exists(stage.tokenFile), tokenStays);
+        EXPECT_EQ(stage.token() == token, tokenStays);
     }
+}
+
+TEST(CommandLine, AsksForThePassphraseOfALockedKeychain)
+{
+    const Stage stage;
+    stage.signIn();
+    ASSERT_EQ(run({"keychain", "passphrase", "set"}, "secret\n", stage.surroundings).exitCode, 0);
+    const Arguments status = stage.with({"status"});
+    auto withDescriptor = status;
+    withDescriptor.insert(withDescriptor.end(), {"--passphrase-fd", "3"});
+
+    const auto locked = run(status, "", stage.surroundings);
+    const auto given = run(withDescriptor, "", {stage.surroundings.variables, "secret\n"});
+    AtTerminal terminal(status, stage.surroundings);
+    ASSERT_TRUE(terminal.shows("Passphrase of the keychain: ")) << terminal.screen();
+    EXPECT_FALSE(terminal.echoes());
+    terminal.type("secret\n");
+
+    EXPECT_EQ(terminal.end(), 0) << terminal.screen();
+    EXPECT_THAT(terminal.screen(), HasSubstr("signed in"));
+    EXPECT_EQ(given.exitCode, 0) << given.errors;
+    EXPECT_THAT(given.output, HasSubstr("signed in"));
+    EXPECT_EQ(locked.exitCode, 10);
+    EXPECT_THAT(locked.errors, HasSubstr("--passphrase-fd"));
+
+    AtTerminal interrupted(status, stage.surroundings);
+    ASSERT_TRUE(interrupted.shows("Passphrase of the keychain: ")) << interrupted.screen();
+    interrupted.type("\x03");
+    EXPECT_EQ(interrupted.end(), 130) << interrupted.screen();
 }
 
 }  // namespace

@@ -1,0 +1,346 @@
+#include "tests/Tessera/Session/SessionHost.hpp"
+
+#include "Valet/Valet.hpp"
+
+#include <gmock/gmock.h>
+
+using namespace tessera;
+using platform::SecretString;
+using testing::ElementsAre;
+
+namespace
+{
+
+using Newsletter = Account::NewsletterStatus;
+
+/// What happens in an unlucky order: handlers that act, calls that overtake each other, accounts
+/// that are let go.
+struct Races : testing::Test
+{
+    Machine machine;
+    SessionHost host{machine};
+    platform::Subscription subscription;
+
+    void onState(std::function<void(const AccountState&)> handler)
+    {
+        host.onMainDo(
+            [&] { subscription = host.account->statePublisher().subscribe(std::move(handler)); });
+    }
+    void onNewsletter(std::function<void(Newsletter)> handler)
+    {
+        host.onMainDo(
+            [&]
+            {
+                subscription =
+                    host.account->newsletterStatusPublisher().subscribe(std::move(handler));
+            });
+    }
+    std::shared_ptr<Call<void>> requestNewsletter()
+    {
+        return host.start<void>(host.onMain([&] { return host.account->requestNewsletter(); }));
+    }
+    void removeToken()
+    {
+        valet::Valet::iCloudSharedGroupValetWithExplicitlySet(
+            "group", "net.ostra.account", host.environment.localizedKeychainIdentifier,
+            valet::CloudAccessibility::afterFirstUnlock, host.keychain)
+            ->removeObject("Token");
+    }
+};
+
+}  // namespace
+
+TEST_F(Races, AnAccountIsLetGoDuringEachOfItsTasks)
+{
+    const std::function<void(SessionHost&)> situations[] = {
+        [](SessionHost& program) { program.refresh(); },
+        [](SessionHost& program)
+        {
+            program.refresh();
+            program.answer("/account", 500, "");
+            program.answer("/account", 500, "");
+        },
+        [](SessionHost& program) { program.activate(); },
+        [](SessionHost& program)
+        { program.onMainDo([&] { program.account->authenticate(SecretString("bad")); }); },
+    };
+    for (const auto& situation : situations)
+    {
+        Machine fresh;
+        SessionHost program(fresh);
+        program.signInAs("anna");
+        situation(program);
+        program.release();
+        fresh.settle();
+        program.takeRequests();
+        fresh.advance(100);
+        EXPECT_THAT(program.takeRequests(), testing::IsEmpty());
+    }
+}
+
+TEST_F(Races, AHandlerLetsGoOfTheAccount)
+{
+    for (const bool signsOut : {true, false})
+    {
+        host.launchAgain();
+        host.signInAs("anna");
+        onState(
+            [&](const AccountState& state)
+            {
+                if (state.get<AccountState::SignedOut>())
+                    host.account.reset();
+            });
+        host.onMainDo(
+            [&]
+            {
+                if (signsOut)
+                    return host.account->signOut();
+                host.account->deauthenticate();
+                host.account->authenticate(SecretString(host.token("bert")));
+            });
+        machine.settle();
+        EXPECT_EQ(host.stored("Token"), std::nullopt);
+    }
+}
+
+TEST_F(Races, ASignInMayBeCancelledAtEveryPoint)
+{
+    for (std::size_t pieces = 0; pieces < 40; ++pieces)
+    {
+        Machine fresh;
+        SessionHost program(fresh);
+        program.launch();
+        const auto call = program.signIn();
+        fresh.executor.drain(pieces);
+        program.cancelLastCall();
+        fresh.settle();
+        const auto refresh = program.refresh();
+        fresh.settle();
+
+        EXPECT_EQ(call->error(), "CancellationError") << pieces;
+        EXPECT_EQ(refresh->error(), "AccountError.accountRequired") << pieces;
+    }
+}
+
+TEST_F(Races, WhatASupersededSignInHasStoredIsShownIfTheNextOneAdoptsNothing)
+{
+    for (std::size_t pieces = 0; pieces < 40; ++pieces)
+    {
+        Machine fresh;
+        SessionHost program(fresh);
+        program.launch();
+        const auto first = program.signIn();
+        program.takeRequests();
+        program.network->started.back()->answer(200, program.token("anna"));
+        fresh.executor.drain(pieces);
+        const auto second = program.signIn();
+        program.answerRefused("/auth");
+        fresh.settle();
+
+        EXPECT_EQ(first->ends(), 1) << pieces;
+        EXPECT_EQ(program.stored("Token").has_value(), program.state() != "signedOut") << pieces;
+    }
+}
+
+TEST_F(Races, ASecondSignInThatFailsResumesWhatTheFirstInterrupted)
+{
+    host.store("Token", host.token("bert"));
+    host.onMainDo([&] { host.account->applicationWillFinishLaunching(); });
+    const auto first = host.signIn();
+    machine.settle();
+    const auto second = host.signIn();
+    machine.settle();
+    host.activate();
+    EXPECT_EQ(first->error(), "CancellationError");
+    EXPECT_EQ(second->ends(), 0) << "a look at the keychain is no reason to end it";
+    host.answerRefused("/auth");
+    EXPECT_EQ(host.state(), "pending:bert");
+}
+
+TEST_F(Races, DeauthenticatingComesBeforeWhatTheHostDoesNext)
+{
+    const std::function<void()> next[] = {
+        [&] { host.account->authenticate(SecretString("bad")); },
+        [&] { host.account.reset(); },
+        [&] { host.account->applicationDidBecomeActive(); },
+    };
+    for (const auto& then : next)
+    {
+        host.launchAgain();
+        host.signInAs("anna");
+        host.onMainDo(
+            [&]
+            {
+                host.account->deauthenticate();
+                then();
+            });
+        machine.settle();
+        EXPECT_EQ(host.stored("Token"), std::nullopt);
+        EXPECT_EQ(host.stored("Info"), std::nullopt);
+    }
+
+    host.launchAgain();
+    host.signInAs("anna");
+    host.onMainDo([&] { host.account->deauthenticate(); });
+    const auto call = host.signIn();
+    machine.settle();
+    EXPECT_EQ(host.state(), "signedOut");
+    host.answer("/auth", 200, host.token("bert"));
+    host.answer("/account", 200, host.info("bert"));
+    EXPECT_EQ(text(call->value()), "signedIn:bert/remote");
+}
+
+TEST_F(Races, ASignOutThatTheKeychainRefusesIsReportedAndHidesNoOtherSignIn)
+{
+    host.signInAs("anna");
+    machine.items->fail(platform::KeychainStatus::notAvailable);
+    host.signOut();
+    EXPECT_EQ(host.account->diagnostic()->code, AccountDiagnosticCode::sessionNotRemoved);
+    machine.items->fail(std::nullopt);
+    host.activate();
+    machine.advance(1);
+    EXPECT_EQ(host.state(), "signedOut") << "what was signed out stays so";
+    host.store("Token", host.token("bert"));
+    host.activate();
+    machine.advance(1);
+    EXPECT_EQ(host.state(), "pending:bert");
+}
+
+TEST_F(Races, HandlersThatSignOutAreHeardInOrder)
+{
+    onState(
+        [&](const AccountState& state)
+        {
+            if (state.get<AccountProfile>())
+                host.account->signOut();
+        });
+    auto call = host.signIn();
+    host.answer("/auth", 200, host.token("anna"));
+    host.answer("/account", 200, host.info("anna"));
+    EXPECT_EQ(call->error(), "CancellationError");
+    EXPECT_THAT(host.published, ElementsAre("signedIn:anna/remote", "signedOut"));
+
+    subscription.cancel();
+    host.signInAs("anna");
+    requestNewsletter();
+    host.answer("/account/newsletter", 200, "");
+    onNewsletter(
+        [&](Newsletter status)
+        {
+            if (status == Newsletter::idle)
+                host.account->signOut();
+        });
+    call = host.signIn();
+    host.answer("/auth", 200, host.token("bert"));
+    host.answer("/account", 200, host.info("bert"));
+    EXPECT_THAT(host.published, ElementsAre("signedIn:bert/remote", "signedOut"));
+}
+
+TEST_F(Races, TheNewsletterIsNotRequestedForASessionThatItsHandlerEnds)
+{
+    host.signInAs("anna");
+    onNewsletter(
+        [&](Newsletter status)
+        {
+            if (status == Newsletter::submitting)
+                host.account->signOut();
+        });
+    const auto call = requestNewsletter();
+    EXPECT_THAT(host.takeRequests(), ElementsAre("DELETE /auth*"));
+    EXPECT_EQ(call->error(), "CancellationError");
+    EXPECT_EQ(host.account->newsletterStatus(), Newsletter::idle);
+}
+
+TEST_F(Races, TheNewsletterOfAnotherUserBeginsIdleBeforeHerInformationIsThere)
+{
+    host.signInAs("anna");
+    requestNewsletter();
+    host.answer("/account/newsletter", 200, "");
+    host.store("Token", host.token("bert"));
+    host.activate();
+    machine.advance(1);
+    EXPECT_EQ(host.state(), "pending:bert");
+    EXPECT_EQ(host.account->newsletterStatus(), Newsletter::idle);
+}
+
+TEST_F(Races, TheInformationGoesWithTheSessionThoughAHandlerSignsIn)
+{
+    host.signInAs("anna");
+    machine.advance(1);
+    bool once = true;
+    onState(
+        [&](const AccountState& state)
+        {
+            if (state.get<AccountState::SignedOut>() && std::exchange(once, false))
+                host.account->authenticate(SecretString("bad"));
+        });
+    removeToken();
+    host.activate();
+    machine.advance(1);
+    EXPECT_EQ(host.state(), "signedOut");
+    EXPECT_EQ(host.stored("Info"), std::nullopt);
+}
+
+TEST_F(Races, WhatARestorationReportedIsTakenBackByOneThatGoesWell)
+{
+    machine.items->fail(platform::KeychainStatus::notAvailable);
+    host.launch();
+    host.activate();
+    EXPECT_EQ(host.account->diagnostic()->code, AccountDiagnosticCode::keychainUnreadable);
+    machine.items->fail(std::nullopt);
+    machine.advance(10);
+    EXPECT_EQ(host.state(), "signedOut");
+    EXPECT_EQ(host.account->diagnostic(), std::nullopt);
+}
+
+TEST_F(Races, DeletionEndsTheSessionThatItMeantAndNoOther)
+{
+    const auto deleteAccount = [&]
+    { return host.start<void>(host.onMain([&] { return host.account->deleteAccount(); })); };
+
+    // Another program has signed in meanwhile.
+    host.signInAs("anna");
+    auto call = deleteAccount();
+    machine.settle();
+    host.store("Token", host.token("bert"));
+    host.answer("DELETE /account", 204, "");
+    machine.advance(1);
+    EXPECT_TRUE(call->succeeded());
+    EXPECT_EQ(host.state(), "pending:bert");
+
+    // The user signs in to another account while the deletion is under way.
+    host.launchAgain();
+    host.signInAs("anna");
+    const auto signIn = host.signIn();
+    machine.settle();
+    call = deleteAccount();
+    host.answer("DELETE /account", 204, "");
+    EXPECT_EQ(signIn->ends(), 0);
+    host.answer("/auth", 200, host.token("bert"));
+    host.answer("/account", 200, host.info("bert"));
+    EXPECT_EQ(text(signIn->value()), "signedIn:bert/remote");
+    EXPECT_TRUE(call->succeeded());
+    EXPECT_EQ(host.state(), "signedIn:bert/remote");
+}
+
+TEST_F(Races, AFloodOfAnnouncementsIsFollowedThoughReadsAreSlow)
+{
+    host.signInAs("anna");
+    machine.advance(1);
+    const auto other =
+        machine.announcements.device(1)->join(platform::executorOf(host.main), [](auto&) {});
+    host.store("Token", host.token("bert"));
+    int announcements = 0;
+    for (; announcements < 5'000 && host.state() == "signedIn:anna/remote"; ++announcements)
+    {
+        other->setString(std::to_string(announcements), "net.ostra.account.token.touched");
+        other->synchronize();
+        machine.announcements.deliverAll();
+        while (host.main->size() > 0)
+            host.main->runHead();
+        while (announcements % 20 == 19 && host.storage->size() > 0)
+            host.storage->runHead();
+        machine.clock->advance(100'000);
+    }
+    EXPECT_LT(announcements, 5'000);
+}
