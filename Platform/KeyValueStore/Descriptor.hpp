@@ -22,13 +22,10 @@ public:
 
     int number() const noexcept { return number_; }
     bool isOpen() const noexcept { return number_ >= 0; }
+    int release() noexcept { return std::exchange(number_, -1); }
 
     /// False, with `errno`, where what was written may not have arrived.
-    bool close() noexcept
-    {
-        const int number = std::exchange(number_, -1);
-        return number < 0 || ::close(number) == 0;
-    }
+    bool close() noexcept { return number_ < 0 || ::close(release()) == 0; }
 
 private:
     int number_;

@@ -16,11 +16,13 @@ class KeyValueHub;
 ///
 /// News arrives by inotify and tells who wrote without reading a file; nothing is polled and
 /// nothing runs while nobody writes. Where news may have been missed (too much at once, the folder
-/// gone), everything in the folder is told as changed. Nothing is touched on disk, and no
-/// descriptor opened, before somebody joins.
+/// gone), every key in the folder is told as changed, though no more than 4096 files are looked at.
+/// Nothing is touched on disk, and no descriptor opened, before somebody joins.
 ///
-/// Any thread may call `join`; a participant is for one thread at a time. Nothing is thrown: what
-/// cannot be done is told to the diagnostics, once until it is done again. Participants may
+/// Any thread may call `join`; a participant is for one thread at a time. Both joining and
+/// `synchronize` work on the folder before they return, a few calls of the system each, and so take
+/// as long as its disk does. Nothing is thrown: what cannot be done is told to the diagnostics,
+/// once until it is done again; what is called there must not wait for the store. Participants may
 /// outlive the store, and both must end before the executor's thread does.
 ///
 /// A key may hold any bytes; its file name takes three for each that is no letter, digit, ".", "_"

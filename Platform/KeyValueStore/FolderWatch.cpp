@@ -31,10 +31,9 @@ SharedFolderFault cannotWatch(int error)
 bool FolderWatch::begin(const SharedFolder& folder)
 {
     auto found = folder.require();
-    if (watches(found))
+    if (watched_ == found)
         return false;
     watched_.reset();
-    open();
     // The folder may be another one by the time it is watched.
     for (int attempt = 0; attempt < 100; ++attempt)
     {
@@ -50,14 +49,12 @@ bool FolderWatch::begin(const SharedFolder& folder)
                             "Find the program that does it."};
 }
 
-void FolderWatch::open()
+Descriptor FolderWatch::open()
 {
-    if (descriptor_)
-        return;
     Descriptor made(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     if (!made.isOpen())
         throw cannotWatch(errno);
-    descriptor_ = std::make_shared<Descriptor>(std::move(made));
+    return made;
 }
 
 void FolderWatch::addWatch(const SharedFolder& folder)
@@ -65,10 +62,10 @@ void FolderWatch::addWatch(const SharedFolder& folder)
     constexpr auto events =
         IN_MOVED_FROM | IN_MOVED_TO | IN_MOVE_SELF | IN_DELETE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW;
     const int old = std::exchange(watch_, -1);
-    const int added = ::inotify_add_watch(descriptor_->number(), folder.path().c_str(), events);
+    const int added = ::inotify_add_watch(descriptor_, folder.path().c_str(), events);
     const int error = errno;
     if (old >= 0 && old != added)
-        ::inotify_rm_watch(descriptor_->number(), old);
+        ::inotify_rm_watch(descriptor_, old);
     if (added < 0 && error != ENOENT && error != ENOTDIR)
         throw cannotWatch(error);
     watch_ = added;
@@ -78,13 +75,13 @@ FolderWatch::News FolderWatch::read()
 {
     News news;
     int waiting = 0;
-    if (!descriptor_ || ::ioctl(descriptor_->number(), FIONREAD, &waiting) != 0)
+    if (::ioctl(descriptor_, FIONREAD, &waiting) != 0)
         return news;
     alignas(inotify_event) std::array<std::byte, 16384> bytes;
     // No more than was there at first: others may write faster than this reads.
     while (waiting > 0)
     {
-        const auto got = ::read(descriptor_->number(), bytes.data(), bytes.size());
+        const auto got = ::read(descriptor_, bytes.data(), bytes.size());
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
@@ -102,17 +99,15 @@ FolderWatch::News FolderWatch::read()
 
 void FolderWatch::take(const inotify_event& event, News& news)
 {
-    if ((event.mask & IN_Q_OVERFLOW) != 0)
-        news.incomplete = true;
-    // What is left of a watch that was given up.
-    if (event.wd != watch_)
-        return;
-    if ((event.mask & IN_IGNORED) != 0)
+    // A watch that was given up may have left some. Its end is none, but what was written is news.
+    const bool gone = event.wd == watch_ && (event.mask & (IN_IGNORED | IN_MOVE_SELF)) != 0;
+    if (gone && (event.mask & IN_IGNORED) != 0)
         watch_ = -1;
-    if ((event.mask & (IN_IGNORED | IN_MOVE_SELF)) != 0)
+    // That the folder is gone may be among what overflowed.
+    if (gone || (event.mask & IN_Q_OVERFLOW) != 0)
     {
         watched_.reset();
-        news.folderLost = true;
+        news.lost = true;
     }
     if ((event.mask & (IN_MOVED_FROM | IN_MOVED_TO)) != 0 && event.len > 0)
         takeRenamed(event, news);

@@ -4,7 +4,6 @@
 #include "Platform/KeyValueStore/SharedFolder.hpp"
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,7 +14,7 @@ namespace platform
 {
 
 /// What the kernel tells of a folder's renamed files: which key, and by whose draft. Its caller
-/// holds a lock.
+/// holds a lock and keeps the descriptor open.
 class FolderWatch
 {
 public:
@@ -29,24 +28,23 @@ public:
     struct News
     {
         std::vector<Written> written;
-        /// More happened than could be told.
-        bool incomplete = false;
-        /// The folder that was watched does not stand at its path any more.
-        bool folderLost = false;
+        /// More happened than could be told, or the folder does not stand at its path any more: the
+        /// watch is to be begun again.
+        bool lost = false;
     };
+
+    /// The descriptor for a watch. Throws `SharedFolderFault` where the kernel gives none.
+    static Descriptor open();
+
+    explicit FolderWatch(int descriptor) noexcept : descriptor_(descriptor) {}
 
     /// Watches the folder that stands at the path, instead of the one before; nothing to do where
     /// it is the same. Returns whether it is another. Throws `SharedFolderFault`, the folder's own
     /// or the kernel's; nothing is watched then.
     bool begin(const SharedFolder& folder);
 
-    bool watches(const SharedFolder::Identity& folder) const { return watched_ == folder; }
-
     /// What has come in up to now. Does not wait.
     News read();
-
-    /// Readable when there is news; none before the first `begin`.
-    const std::shared_ptr<Descriptor>& descriptor() const noexcept { return descriptor_; }
 
 private:
     struct Origin
@@ -55,12 +53,11 @@ private:
         std::string writer;
     };
 
-    void open();
     void addWatch(const SharedFolder& folder);
     void take(const inotify_event& event, News& news);
     void takeRenamed(const inotify_event& event, News& news);
 
-    std::shared_ptr<Descriptor> descriptor_;
+    const int descriptor_;
     int watch_ = -1;
     std::optional<SharedFolder::Identity> watched_;
     /// The first half of a renaming whose second has not come yet.

@@ -59,8 +59,8 @@ KeyValueHub::KeyValueHub(const Executor& background, std::filesystem::path folde
 
 KeyValueHub::~KeyValueHub()
 {
-    if (readiness_)
-        readiness_->end();
+    if (stream_)
+        boost::asio::post(background_, [stream = std::move(stream_)] { stream->close(); });
 }
 
 void KeyValueHub::join(const std::shared_ptr<KeyValueSeat>& seat)
@@ -125,44 +125,53 @@ bool KeyValueHub::attempt(Work kind, const std::function<void()>& work)
 
 void KeyValueHub::watchFolder()
 {
-    const bool isAnother = watch_.begin(folder_);
-    if (!readiness_)
+    if (!stream_)
         listen();
-    if (!isAnother)
-        return;
-    // Nobody has watched for a while.
-    tellAll();
+    // Nobody has watched another one for a while.
+    if (watch_->begin(folder_))
+        tellAll();
 }
 
 void KeyValueHub::listen()
 {
-    const auto ready = [held = weak_from_this()]
-    {
-        const auto hub = held.lock();
-        if (!hub)
-            return;
-        const std::lock_guard lock(hub->mutex_);
-        hub->takeNews();
-    };
+    auto opened = FolderWatch::open();
     try
     {
-        readiness_ = Readiness::begin(background_, watch_.descriptor(), ready);
+        stream_ = std::make_shared<Stream>(background_, opened.number());
     }
     catch (const boost::system::system_error& error)
     {
         throw SharedFolderFault::ofSystem("What other programs share is not noticed",
                                           error.code().value());
     }
+    watch_.emplace(opened.release());
+    awaitNews(stream_, weak_from_this());
+}
+
+void KeyValueHub::awaitNews(const std::shared_ptr<Stream>& stream, std::weak_ptr<KeyValueHub> hub)
+{
+    stream->async_wait(Stream::wait_read,
+                       [stream, hub](const boost::system::error_code& error)
+                       {
+                           const auto self = hub.lock();
+                           if (error || !self)
+                               return;
+                           {
+                               const std::lock_guard lock(self->mutex_);
+                               self->takeNews();
+                           }
+                           awaitNews(stream, hub);
+                       });
 }
 
 void KeyValueHub::takeNews()
 {
-    const auto news = watch_.read();
+    if (!watch_)
+        return;
+    const auto news = watch_->read();
     for (const auto& [key, writer] : news.written)
         tell(key, writer);
-    if (news.incomplete)
-        tellAll();
-    if (news.folderLost)
+    if (news.lost)
         attempt(Work::watching, [this] { watchFolder(); });
 }
 

@@ -1,9 +1,10 @@
 #pragma once
 
 #include "Platform/KeyValueStore/FolderWatch.hpp"
-#include "Platform/KeyValueStore/Readiness.hpp"
 #include "Platform/KeyValueStore/SharedFolder.hpp"
 #include "Platform/KeyValueStore/UbiquitousKeyValueStore.hpp"
+
+#include <boost/asio/posix/stream_descriptor.hpp>
 
 #include <array>
 #include <mutex>
@@ -65,6 +66,8 @@ public:
     void refuse(std::string cause, std::string nextStep) const;
 
 private:
+    using Stream = boost::asio::posix::stream_descriptor;
+
     /// What is done again and again, so that a fault in it is told once.
     enum class Work
     {
@@ -82,6 +85,8 @@ private:
     void tell(const std::string& key, const std::string& writer);
     void tellAll();
 
+    static void awaitNews(const std::shared_ptr<Stream>& stream, std::weak_ptr<KeyValueHub> hub);
+
     const Executor background_;
     const SharedFolder folder_;
     const DiagnosticSink diagnostics_;
@@ -89,8 +94,9 @@ private:
     /// Held while work is handed to a seat's executor, so that the executor is left alone once the
     /// seat has left.
     std::mutex mutex_;
-    FolderWatch watch_;
-    std::shared_ptr<Readiness> readiness_;
+    std::optional<FolderWatch> watch_;
+    /// What is read to watch; once it is listened to, only `background_` touches it.
+    std::shared_ptr<Stream> stream_;
     std::vector<std::shared_ptr<KeyValueSeat>> seats_;
 
     std::mutex faultsMutex_;

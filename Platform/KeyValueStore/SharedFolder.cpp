@@ -4,17 +4,21 @@
 #include "Platform/KeyValueStore/SharedFolderNames.hpp"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
+#include <ctime>
 #include <system_error>
 
 namespace platform
 {
 namespace
 {
+
+/// What else is in the folder must not hold anybody up.
+constexpr std::size_t mostNames = 4096;
+constexpr std::time_t secondsToWrite = 60;
 
 std::string nextStepFor(int error)
 {
@@ -103,18 +107,17 @@ void SharedFolder::write(const std::string& fileName, std::string_view value,
 {
     const auto draft = path_ / draftNameOfWriter(writer);
     const auto file = path_ / fileName;
-    // Whoever joins may take a draft for a left one in the instant before it is locked.
     for (int attempt = 0; attempt < 100; ++attempt)
     {
         require();
         if (tryToWrite(draft, file, value))
             return;
     }
-    throw SharedFolderFault{file.string() + " cannot be written: drafts vanish.",
-                            "Find the program that removes files there."};
+    throw SharedFolderFault{file.string() + " cannot be written: its folder vanishes.",
+                            "Find the program that removes it."};
 }
 
-/// False where somebody took the draft for a killed program's, or the folder went away.
+/// False where the folder went away, or somebody took the draft for a killed program's.
 bool SharedFolder::tryToWrite(const std::filesystem::path& draft, const std::filesystem::path& file,
                               std::string_view value) const
 {
@@ -124,22 +127,13 @@ bool SharedFolder::tryToWrite(const std::filesystem::path& draft, const std::fil
         ::unlink(draft.c_str());
         return SharedFolderFault::ofSystem(attempt + file.string(), error);
     };
-    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
     Descriptor open(::open(draft.c_str(), flags, 0600));
-    if (!open.isOpen() && errno == EEXIST)
-    {
-        // One of this writer's own, which somebody is about to remove.
-        ::unlink(draft.c_str());
-        return false;
-    }
     if (!open.isOpen() && errno == ENOENT)
         return false;
     if (!open.isOpen())
         throw fault("Cannot create a draft of ");
-    // The lock ends with its holder, whatever becomes of it: so whoever joins can tell.
-    if (::flock(open.number(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-        return false;
-    if (!fill(open, value))
+    if (!fill(open, value) || !open.close())
         throw fault("Cannot write ");
     if (::rename(draft.c_str(), file.c_str()) != 0)
     {
@@ -177,30 +171,34 @@ std::optional<std::string> SharedFolder::read(const std::string& fileName) const
 std::vector<std::string> SharedFolder::keys() const
 {
     std::vector<std::string> found;
-    std::error_code error;
-    for (std::filesystem::directory_iterator at(path_, error), end; !error && at != end;
-         at.increment(error))
-    {
-        if (auto key = keyOfFileName(at->path().filename().string()))
+    for (const auto& name : names())
+        if (auto key = keyOfFileName(name))
             found.push_back(std::move(*key));
-    }
     return found;
 }
 
 void SharedFolder::removeLeftDrafts() const
 {
-    std::error_code error;
-    for (std::filesystem::directory_iterator at(path_, error), end; !error && at != end;
-         at.increment(error))
+    const auto now = std::time(nullptr);
+    for (const auto& name : names())
     {
-        const auto& draft = at->path();
-        if (!writerOfDraftName(draft.filename().string()))
-            continue;
-        const Descriptor open(
-            ::open(draft.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-        if (open.isOpen() && ::flock(open.number(), LOCK_EX | LOCK_NB) == 0)
+        struct stat found{};
+        const auto draft = path_ / name;
+        // One that is still written is tried again by its writer.
+        if (writerOfDraftName(name) && ::lstat(draft.c_str(), &found) == 0 &&
+            now - found.st_mtime > secondsToWrite)
             ::unlink(draft.c_str());
     }
+}
+
+std::vector<std::string> SharedFolder::names() const
+{
+    std::vector<std::string> found;
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(path_, error), end;
+         !error && at != end && found.size() < mostNames; at.increment(error))
+        found.push_back(at->path().filename().string());
+    return found;
 }
 
 }  // namespace platform

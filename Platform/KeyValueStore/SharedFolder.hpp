@@ -53,7 +53,7 @@ public:
     /// Nothing where there is no such value, or none that a program of the user can have written.
     std::optional<std::string> read(const std::string& fileName) const;
 
-    /// The keys that have a value.
+    /// The keys that have a value; some of them where the folder holds too much.
     std::vector<std::string> keys() const;
 
     /// Removes the drafts of programs that were killed while they wrote.
@@ -62,6 +62,7 @@ public:
 private:
     bool tryToWrite(const std::filesystem::path& draft, const std::filesystem::path& file,
                     std::string_view value) const;
+    std::vector<std::string> names() const;
 
     std::filesystem::path path_;
 };

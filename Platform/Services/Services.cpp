@@ -96,8 +96,9 @@ SystemServices& system()
             {
                 system().session->shutdown();
                 system().worker.stop();
-                system().promptTimers.stop();
                 system().storage.finish();
+                // Last of the threads: a piece of work may wait for a user who does not answer.
+                system().promptTimers.stop();
                 system().items->close();
             });
         return made;

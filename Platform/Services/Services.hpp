@@ -23,8 +23,9 @@ class URLSession;
 /// has no constructor argument (a static accessor, a default, a localized text) reads the one
 /// process-wide instance, `services()`.
 ///
-/// A host replaces a field before it makes its first object of the framework, and tests replace all
-/// of them. Copies share the services.
+/// A host starts from `systemServices()` and replaces fields before it makes its first object of
+/// the framework; the others stay on the system's own threads, whichever it replaces. Tests replace
+/// all of them. Copies share the services.
 struct Services
 {
     std::shared_ptr<Clock> clock;
@@ -35,7 +36,8 @@ struct Services
     Executor background;
 
     /// Runs what waits for the disk, one piece at a time: off the main thread, and not where timers
-    /// and transfers would stand still meanwhile.
+    /// and transfers would stand still meanwhile. The system's finishes at the process's end what
+    /// was handed over before. Never the main thread: its window would stand still.
     Executor storage;
 
     /// The host's main thread. There is none until the host names it: `RunLoop` is one for programs

@@ -21,6 +21,10 @@ platform::Services complete(platform::Services services)
     if (!services.mainActor)
         platform::fatal(
             "Tessera/Account: name the main thread in platform::Services::mainActor first");
+    if (!services.clock || !services.urlSession || !services.keychain || !services.background ||
+        !services.storage)
+        platform::fatal(
+            "Tessera/Account: a service is missing, begin with platform::systemServices()");
     return services;
 }
 

@@ -96,7 +96,7 @@ int main(int argc, char** argv)
 
         Account account(
             development ? developmentServer(argv[2], argv[3]) : AccountEnvironment::directPreview(),
-            client);
+            client, services);
         const auto subscription = account.statePublisher().subscribe(show);
         account.applicationWillFinishLaunching();
         loop->runUntil(

@@ -151,16 +151,24 @@ TEST_F(KeyValueStore, ChangesThatTheKernelDroppedAreToldAllTheSame)
 {
     const auto writer = join(store);
     const auto other = join(store);
+    for (const bool folderGoes : {false, true})
     {
-        const Stop stop(worker);
-        // Twice as many events, and more than the kernel keeps for a reader.
-        for (int count = 0; count < 9000; ++count)
-            writer->set("", "many");
-        EXPECT_TRUE(writer->set("", "late"));
+        other->heard.clear();
+        {
+            const Stop stop(worker);
+            // Twice as many events, and more than the kernel keeps for a reader.
+            for (int count = 0; count < 9000; ++count)
+                writer->set("", "many");
+            if (folderGoes)
+                std::filesystem::remove_all(folder);
+            EXPECT_TRUE(writer->set("", "late"));
+        }
+        waitFor(*other, "late");
+        EXPECT_THAT(other->heard, Contains("many"));
+        other->heard.clear();
+        EXPECT_TRUE(writer->set("", "next"));
+        waitFor(*other, "next");
     }
-    waitFor(*other, "late");
-
-    EXPECT_THAT(other->heard, Contains("many"));
 }
 
 TEST_F(KeyValueStore, AKilledWriterLeavesAWholeValueAndNoDrafts)
@@ -177,11 +185,18 @@ TEST_F(KeyValueStore, AKilledWriterLeavesAWholeValueAndNoDrafts)
         const auto value = here->participant->string("storm").value_or("");
         EXPECT_EQ(value, std::string(1024, value.empty() ? '?' : value[0]));
     }
+    using std::filesystem::directory_iterator;
     home.write("state/shared/.new-killed", "half");
+    for (const auto& file : directory_iterator(folder))
+        last_write_time(file, last_write_time(file) - std::chrono::minutes(2));
+    home.write("state/shared/.new-living", "half");
 
     const auto cleaner = join(store);
 
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+    std::vector<std::string> left;
+    for (const auto& file : directory_iterator(folder))
+        left.push_back(file.path().filename());
+    EXPECT_THAT(left, UnorderedElementsAre("storm", ".new-living"));
 }
 
 TEST_F(KeyValueStore, AParticipantMayGoWithinItsHandlerAndWithACallWaiting)

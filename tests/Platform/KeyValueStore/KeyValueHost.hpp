@@ -69,10 +69,15 @@ struct KeyValueHost : testing::Test
         explicit Stop(platform::WorkerThread& worker)
         {
             boost::asio::post(worker.executor(),
-                              [go = release.get_future().share()] { go.wait(); });
+                              [this, go = release.get_future().share()]
+                              {
+                                  stopped.set_value();
+                                  go.wait();
+                              });
+            stopped.get_future().wait();
         }
         ~Stop() { release.set_value(); }
-        std::promise<void> release;
+        std::promise<void> stopped, release;
     };
 
     TemporaryFolder home;

@@ -81,16 +81,3 @@ TEST_F(TwoDevices, AnnouncementsAreReorderedDuplicatedLostAndMerged)
     loop->runReady();
     EXPECT_THAT(ofNeighbour, ElementsAre(ElementsAre("key", "second")));
 }
-
-TEST_F(TwoDevices, AnOfflineDeviceKeepsWhatItWasGiven)
-{
-    network.setOffline(0, true);
-    writer->setString("1", "key");
-    EXPECT_FALSE(writer->synchronize());
-    EXPECT_EQ(network.waiting(1), 0U);
-
-    network.setOffline(0, false);
-    EXPECT_TRUE(writer->synchronize());
-    network.deliverAll();
-    EXPECT_THAT(other->string("key"), Optional(std::string("1")));
-}
