@@ -88,27 +88,30 @@ void Account::Session::begin()
         }));
     if (!services.keyValueStore)
         return;
-    keyValueStore_ =
-        services.keyValueStore->join(main_,
-                                     [held](const platform::ExternalKeyValueChange& change)
-                                     {
-                                         if (const auto self = held.lock())
-                                             self->keysChanged(change);
-                                     });
+    auto onChange = [held](const platform::ExternalKeyValueChange& change)
+    {
+        if (const auto self = held.lock())
+            self->keysChanged(change);
+    };
+    announcement_ = std::make_shared<TokenAnnouncement>(
+        services.keyValueStore->join(main_, std::move(onChange)));
 }
 
 void Account::Session::release()
 {
     requireMain();
     network_->end();
-    if (deauthenticating_)
+    if (const auto generation = std::exchange(deauthenticating_, std::nullopt))
     {
-        store_->signOut(*deauthenticating_);
-        announce();
-        deauthenticating_.reset();
+        store_->signOut(*generation);
+        orderAnnouncement();
     }
     released_ = true;
     machine.released();
+    if (store_->close(machine.generation()))
+        orderAnnouncement();
+    if (announcement_)
+        announcement_->end();
     cancellables.clear();
     environmentTokenChangeTask.cancel();
     tokenReadPause_.cancel();
@@ -207,15 +210,35 @@ void Account::Session::handOff(std::optional<SecretString> token)
         main_, token ? service.authenticate(*std::move(token)) : service.deauthenticate());
 }
 
-void Account::Session::announce()
+void Account::Session::orderAnnouncement()
 {
-    if (!keyValueStore_)
-        return;
+    store_->tokenAnnounced();
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%.3f", now().secondsSince1970);
-    keyValueStore_->setString(seconds, detail::tokenTouched);
-    if (!keyValueStore_->synchronize() && !released_)
-        report(AccountDiagnostic{AccountDiagnosticCode::changeNotAnnounced, {}});
+    if (announcement_)
+        announcement_->order(seconds);
+}
+
+void Account::Session::announce()
+{
+    orderAnnouncement();
+    if (!announcement_)
+        return;
+    auto report = [self = weak_from_this(), main = main_]
+    {
+        auto onMain = [self]
+        {
+            if (const auto session = self.lock(); session && !session->released_)
+                session->report(AccountDiagnostic{AccountDiagnosticCode::changeNotAnnounced, {}});
+        };
+        boost::asio::post(main, std::move(onMain));
+    };
+    boost::asio::post(services.storage,
+                      [announcement = announcement_, report = std::move(report)]
+                      {
+                          if (!announcement->carryOut())
+                              report();
+                      });
 }
 
 void Account::Session::signOut(AccountTransitionCause cause)
@@ -246,12 +269,14 @@ void Account::Session::endSession(Generation generation, AccountTransitionCause 
     using Left = SessionStore::Left;
     if (left == Left::unremoved)
         machine.tokenLeftBehind(token);
+    else if (left == Left::unreadable)
+        machine.tokenLeftBehind(platform::SecretBytes(end.onlyOf->bytes()));
     else
         machine.tokenKnown(std::nullopt);
     clearDiagnostic();
-    if (left != Left::anothers)
+    if (left == Left::nothing || left == Left::unremoved)
         announce();
-    if (left == Left::unremoved)
+    if (left == Left::unremoved || left == Left::unreadable)
         report(AccountDiagnosticCode::sessionNotRemoved,
                std::make_exception_ptr(AccountError(AccountError::keychainAccess)));
     carryOut(machine.signedOut(cause));
@@ -294,7 +319,8 @@ void Account::Session::finishDeauthentication()
 /// The storage takes its work in order: what a later session writes comes after this.
 void Account::Session::removeInfo()
 {
-    boost::asio::post(services.storage, [store = store_] { store->removeInfo(); });
+    store_->orderInfoRemoval();
+    boost::asio::post(services.storage, [store = store_] { store->removeInfoAsOrdered(); });
 }
 
 }  // namespace tessera

@@ -9,6 +9,7 @@
 #include "Tessera/Session/SessionMachine.hpp"
 #include "Tessera/Session/SessionStore.hpp"
 #include "Tessera/Session/TaskSlot.hpp"
+#include "Tessera/Session/TokenAnnouncement.hpp"
 #include "Tessera/Tokens/JWTDecoder.hpp"
 
 #include <functional>
@@ -144,6 +145,7 @@ private:
     /// is awaited right after it, with nothing in between, is made with this token.
     void handOff(std::optional<platform::SecretString> token);
     void announce();
+    void orderAnnouncement();
     struct End
     {
         bool onServer;
@@ -190,7 +192,7 @@ private:
     /// Joins a restoration that is under way.
     static Awaitable<void> restoreOnce(Self self, Generation generation);
     static Awaitable<void> restoreAtLaunch(Self self, Generation generation);
-    void decodeStoredInfo(const platform::Outcome<Stored>& read, StoredSession& session);
+    void decodeStoredInfo(const platform::SecretBytes& info, StoredSession& session);
     void reportUnrestored(const std::exception_ptr& error);
 
     /// Why a refresh reads the keychain first, if it does.
@@ -256,7 +258,8 @@ private:
     /// A `deauthenticate` that has begun, and not yet ended the session.
     std::optional<Generation> deauthenticating_;
     NewsletterUser newsletterUser_;
-    std::unique_ptr<platform::UbiquitousKeyValueStore::Participant> keyValueStore_;
+    /// Null where there is no store to announce in.
+    std::shared_ptr<TokenAnnouncement> announcement_;
     std::vector<platform::Subscription> cancellables;
     bool released_ = false;
 };

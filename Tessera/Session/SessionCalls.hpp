@@ -27,9 +27,6 @@ private:
 namespace detail
 {
 
-/// The key that announces a change of the token to other programs.
-inline constexpr auto tokenTouched = "net.ostra.account.token.touched";
-
 /// Cancellation is no failure.
 bool isCancellation(const std::exception_ptr& error);
 /// Whether the server does not accept the token.

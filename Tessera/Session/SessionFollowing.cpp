@@ -18,7 +18,7 @@ void Account::Session::keysChanged(const platform::ExternalKeyValueChange& chang
     if (released_ || !change.changedKeys)
         return;
     const bool touched =
-        std::ranges::find(*change.changedKeys, detail::tokenTouched) != change.changedKeys->end();
+        std::ranges::find(*change.changedKeys, TokenAnnouncement::key) != change.changedKeys->end();
     if (touched)
         lookForTokenChange(4);
 }

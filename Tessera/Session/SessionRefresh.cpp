@@ -67,41 +67,29 @@ platform::Awaitable<void> Account::Session::restoreOnce(Self self, Generation ge
 platform::Awaitable<void> Account::Session::restore(Self self, Generation generation,
                                                     AccountTransitionCause cause)
 {
-    std::function<Stored(SessionStore&)> readToken = [](SessionStore& store)
-    { return store.token(); };
-    auto reading = self->onStorage<Stored>(std::move(readToken));
-    const auto token = co_await std::move(reading);
+    // Both in one turn of the storage, since this is what a launch waits for.
+    std::function<SessionStore::Items(SessionStore&)> read = [](SessionStore& store)
+    { return store.items(); };
+    auto reading = self->onStorage<SessionStore::Items>(std::move(read));
+    const auto items = co_await std::move(reading);
     self->requireCurrent(generation);
-    self->machine.tokenKnown(token);
+    self->machine.tokenKnown(items.token);
     StoredSession stored;
-    if (token)
-    {
-        stored.token = self->jwtDecoder.decode<AccountToken>(token->view());
-        std::function<Stored(SessionStore&)> readInfo = [](SessionStore& store)
-        { return store.info(); };
-        auto infoReading = self->onStorage<Stored>(std::move(readInfo));
-        const auto info = co_await platform::detail::outcomeOf<Stored>(std::move(infoReading));
-        self->requireCurrent(generation);
-        self->decodeStoredInfo(info, stored);
-    }
+    if (items.token)
+        stored.token = self->jwtDecoder.decode<AccountToken>(items.token->view());
+    if (items.info)
+        self->decodeStoredInfo(*items.info, stored);
     if (self->diagnostic.value() && isAboutRestoring(self->diagnostic.value()->code))
         self->clearDiagnostic();
     self->requireCurrent(generation);
     self->carryOut(self->machine.restored(std::move(stored), cause));
 }
 
-void Account::Session::decodeStoredInfo(const platform::Outcome<Stored>& read,
-                                        StoredSession& session)
+void Account::Session::decodeStoredInfo(const platform::SecretBytes& info, StoredSession& session)
 {
-    // What cannot be read now is left where it is: only what was read can be found unusable.
-    if (!read.succeeded())
-        return;
-    const auto info = read.get();
-    if (!info)
-        return;
     try
     {
-        session.info = verifiedInfo(info->view());
+        session.info = verifiedInfo(info.view());
     }
     catch (const std::exception&)
     {

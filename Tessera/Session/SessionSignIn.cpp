@@ -112,8 +112,9 @@ platform::Awaitable<void> Account::Session::keepToken(Self self, Generation gene
     const bool current = self->isCurrent(generation);
     if (stored && current)
         self->clearDiagnostic();
-    // Others are told of what is stored, whatever has become of this sign-in and its account.
-    if (stored)
+    // Others are told of what is stored, whatever has become of this sign-in. (A released account
+    // has done so already.)
+    if (stored && !self->released_)
         self->announce();
     if (stored && current)
     {

@@ -75,16 +75,26 @@ std::optional<SecretBytes> SessionStore::token() const
     return object(*environmentValet, tokenKey);
 }
 
-std::optional<SecretBytes> SessionStore::info() const
+SessionStore::Items SessionStore::items() const
 {
     const std::lock_guard lock(mutex_);
-    return object(*clientValet, infoKey);
+    Items items{.token = object(*environmentValet, tokenKey), .info = {}};
+    if (!items.token)
+        return items;
+    try
+    {
+        items.info = object(*clientValet, infoKey);
+    }
+    catch (const AccountError&)
+    {
+        // As the structure says.
+    }
+    return items;
 }
 
 bool SessionStore::write(const Store& store, const char* key, Generation generation,
                          const platform::SecretString& text)
 {
-    const std::lock_guard lock(mutex_);
     if (generation != generation_)
         return false;
     try
@@ -100,18 +110,45 @@ bool SessionStore::write(const Store& store, const char* key, Generation generat
 
 bool SessionStore::writeToken(Generation generation, const platform::SecretString& token)
 {
-    return write(environmentValet, tokenKey, generation, token);
+    const std::lock_guard lock(mutex_);
+    const bool written = write(environmentValet, tokenKey, generation, token);
+    isUnannounced_ = isUnannounced_ || written;
+    return written;
 }
 
 bool SessionStore::writeInfo(Generation generation, const platform::SecretString& info)
 {
+    const std::lock_guard lock(mutex_);
     return write(clientValet, infoKey, generation, info);
 }
 
 void SessionStore::removeInfo()
 {
-    const std::lock_guard lock(mutex_);
     static_cast<void>(remove(*clientValet, infoKey));
+}
+
+void SessionStore::orderInfoRemoval()
+{
+    ++orderedRemovals_;
+}
+
+void SessionStore::removeInfoAsOrdered()
+{
+    const std::lock_guard lock(mutex_);
+    if (orderedRemovals_ == 0)
+        return;
+    --orderedRemovals_;
+    removeInfo();
+}
+
+bool SessionStore::close(Generation last)
+{
+    generationBegins(last);
+    const std::lock_guard lock(mutex_);
+    // What was to be written after an order is not written any more.
+    if (orderedRemovals_.exchange(0) > 0)
+        removeInfo();
+    return isUnannounced_;
 }
 
 SessionStore::Removal SessionStore::signOut(Generation generation,
@@ -134,9 +171,11 @@ SessionStore::Removal SessionStore::signOut(Generation generation,
         onlyOf && removal.token && *removal.token != SecretBytes(onlyOf->bytes());
     if (isAnothers)
         removal.left = Left::anothers;
-    else if ((onlyOf && !readable) || !remove(*environmentValet, tokenKey))
+    else if (onlyOf && !readable)
+        removal.left = Left::unreadable;
+    else if (!remove(*environmentValet, tokenKey))
         removal.left = Left::unremoved;
-    static_cast<void>(remove(*clientValet, infoKey));
+    removeInfo();
     return removal;
 }
 

@@ -23,14 +23,32 @@ public:
                  std::shared_ptr<platform::Keychain> keychain);
 
     std::optional<platform::SecretBytes> token() const;
-    std::optional<platform::SecretBytes> info() const;
+
+    struct Items
+    {
+        std::optional<platform::SecretBytes> token;
+        /// Of a stored token alone. What cannot be read now is left where it is, and is nothing:
+        /// only what was read can be found unusable.
+        std::optional<platform::SecretBytes> info;
+    };
+    /// Throws for the token alone.
+    Items items() const;
 
     /// Whether it was written: false for an older generation. Throws `keychainAccess`.
     bool writeToken(Generation generation, const platform::SecretString& token);
     bool writeInfo(Generation generation, const platform::SecretString& info);
 
-    /// Nothing is said about success.
-    void removeInfo();
+    /// Orders a removal, and carries out one that was ordered; nothing is said about success. In
+    /// between, the order waits with the work of the storage thread.
+    void orderInfoRemoval();
+    void removeInfoAsOrdered();
+
+    /// The account is gone: what was ordered is done at once, and nothing is written after this.
+    /// Waits for a write that is under way. Whether a token was written that nobody was told of.
+    bool close(Generation last);
+
+    /// The token that was written is known to others.
+    void tokenAnnounced() { isUnannounced_ = false; }
 
     /// Does not wait: a write that is under way may still end.
     void generationBegins(Generation generation) { generation_ = generation; }
@@ -41,7 +59,9 @@ public:
         /// The token could not be removed.
         unremoved,
         /// The token is not the one that was to be removed.
-        anothers
+        anothers,
+        /// Nothing was tried: the token cannot be read, and may be another's.
+        unreadable
     };
     struct Removal
     {
@@ -62,8 +82,12 @@ private:
 
     const Store environmentValet;
     const Store clientValet;
+    void removeInfo();
+
     mutable std::mutex mutex_;
     std::atomic<Generation> generation_ = 0;
+    std::atomic<int> orderedRemovals_ = 0;
+    std::atomic<bool> isUnannounced_ = false;
 };
 
 }  // namespace tessera

@@ -84,6 +84,9 @@ void JWTDecoder::setSignatureVerificationStrategy(JWTSignatureVerificationStrate
 {
     strategy_ = std::move(strategy);
     prepared_.reset();
+    if (const auto* key = std::get_if<JWTPublicKey>(&strategy_))
+        prepared_ =
+            std::make_unique<PreparedKey>(platform::rawValue(key->algorithm), importKey(*key));
 }
 
 void JWTDecoder::decodeParts(std::span<const std::byte> token, JWTParts& parts)
@@ -106,12 +109,6 @@ void JWTDecoder::decodeParts(std::span<const std::byte> token, JWTParts& parts)
 void JWTDecoder::verify(std::string_view algorithm, std::string_view message,
                         std::span<const std::byte> signature)
 {
-    if (!prepared_)
-    {
-        const auto& key = std::get<JWTPublicKey>(strategy_);
-        prepared_ =
-            std::make_unique<PreparedKey>(platform::rawValue(key.algorithm), importKey(key));
-    }
     const bool confirmed = algorithm == prepared_->algorithm && prepared_->verifier &&
                            prepared_->verifier->verify(message, signature);
     if (!confirmed)

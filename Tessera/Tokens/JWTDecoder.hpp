@@ -55,7 +55,8 @@ public:
     {
         return strategy_;
     }
-    /// The key is imported at the next token and kept until a strategy is set again.
+    /// The key is imported at once, and kept until a strategy is set again. One that is no key is
+    /// told at the next token.
     void setSignatureVerificationStrategy(JWTSignatureVerificationStrategy strategy);
 
     /// Decodes a token with the given header and payload types from its UTF-8 bytes.

@@ -122,8 +122,11 @@ void Host::await(int call, platform::Awaitable<T> work)
                 judge_.signInReturned(call, std::move(outcome).get());
     };
     judge_.callIsAwaited(call);
-    running_.emplace(call, platform::start<T>(platform::executorOf(program_.main), std::move(work),
-                                              std::move(end)));
+    auto task =
+        platform::start<T>(platform::executorOf(program_.main), std::move(work), std::move(end));
+    judge_.callIsMade(call);
+    if (!judge_.hasEnded(call))
+        running_.emplace(call, std::move(task));
 }
 
 void Host::callNow(CallKind kind, soak::Random& random)
@@ -147,7 +150,7 @@ void Host::callNow(CallKind kind, soak::Random& random)
             break;
         case CallKind::authenticate:
             account.authenticate(SecretString(given->text));
-            return;
+            return judge_.callIsMade(number);
         case CallKind::deauthenticate:
             account.deauthenticate();
             return;
@@ -202,8 +205,8 @@ void Host::cancel(int call)
 
 void Host::release()
 {
-    judge_.hostEnds(number_);
     program_.main->runInside([&] { account_.reset(); });
+    judge_.hostEnds(number_);
 }
 
 /// What a subscriber has heard is the end of what the witness has heard, or a part of it once it
@@ -211,6 +214,9 @@ void Host::release()
 void Host::judgeSubscribers()
 {
     const auto& states = judge_.record(number_).states;
+    if (states.size() == judgedStates_)
+        return;
+    judgedStates_ = states.size();
     for (const auto& subscriber : subscribers_)
     {
         const auto& heard = subscriber.heard;

@@ -51,6 +51,7 @@ public:
 
     /// At the next change of state, a handler makes this call.
     void callFromHandler(CallKind kind, std::uint64_t seed) { fromHandler_ = {kind, seed}; }
+    void callNothingFromHandler() { fromHandler_.reset(); }
     /// At the next change of state, a handler subscribes another and leaves.
     void subscribeFromHandler() { joinsFromHandler_ = true; }
 
@@ -92,6 +93,7 @@ private:
     platform::Subscription tokens_;
     std::vector<std::optional<std::string>> heardTokens_;
     std::list<Subscriber> subscribers_;
+    std::size_t judgedStates_ = 0;
     std::optional<FromHandler> fromHandler_;
     bool joinsFromHandler_ = false;
 };

@@ -124,13 +124,13 @@ int Judge::callBegins(int host, CallKind kind, const Text* given)
     record.calls.push_back(now_);
     if (isChange)
     {
-        ++record.changes;
-        record.latestChange = number;
         record.latestHasEnded = false;
         record.readSinceChange.clear();
         record.readNothingSinceChange = false;
-        record.possibleSignedOut = 0;
-        record.announcementsAllowed += 2;
+        // One that ends a session in a turn of its own still does so, before what comes now.
+        record.possibleSignedOut = std::min(record.possibleSignedOut, 1);
+        ++record.changes;
+        record.latestChange = number;
     }
     if (kind == CallKind::signOut)
     {
@@ -139,15 +139,21 @@ int Judge::callBegins(int host, CallKind kind, const Text* given)
     }
     if (kind == CallKind::deauthenticate)
         ++record.possibleSignedOut;
-    if (kind == CallKind::deleteAccount)
-        ++record.announcementsAllowed;
-    calls_.push_back({.host = host,
-                      .kind = kind,
-                      .change = record.changes,
-                      .token = record.stateToken,
-                      .issued = given});
+    calls_.push_back({.host = host, .kind = kind, .change = record.changes, .issued = given});
+    if (record.stateToken)
+        calls_.back().tokens.insert(record.stateToken);
     stimulated(record);
     return number;
+}
+
+void Judge::callIsMade(int number)
+{
+    const auto& made = call(number);
+    auto& host = of(made.host);
+    if (!beginsASession(made.kind) || made.ends > 0 || host.latestChange == number)
+        return;
+    host.latestChange = number;
+    host.latestHasEnded = false;
 }
 
 void Judge::callEnds(int number, bool succeeded, const std::string& how)
@@ -164,7 +170,7 @@ void Judge::callEnds(int number, bool succeeded, const std::string& how)
         stimulated(host);
     const bool needsToken = ended.kind == CallKind::consent || ended.kind == CallKind::newsletter ||
                             ended.kind == CallKind::deleteAccount;
-    if (needsToken && !ended.token && succeeded)
+    if (needsToken && ended.tokens.empty() && succeeded)
         complain(std::string(nameOf(ended.kind)) + " succeeded without a session");
 }
 
@@ -196,10 +202,13 @@ void Judge::requested(Request& request)
     if (host.isReleased)
         complain("a released account sends: " + request.description());
     judgeBearer(host, request);
-    if (request.operation == Operation::info)
-        if (++host.infoRequests > host.infoRequestsAllowed)
-            complain("request " + std::to_string(host.infoRequests) +
-                     " for the information of one cause: " + request.description());
+    if (request.operation != Operation::info)
+        return;
+    if (std::exchange(host.infoBearer, request.bearer) != request.bearer)
+        host.infoRequests = 0;
+    if (++host.infoRequests > host.infoRequestsAllowed)
+        complain("request " + std::to_string(host.infoRequests) +
+                 " for the information of one cause: " + request.description());
 }
 
 void Judge::judgeBearer(HostRecord& host, const Request& request)
@@ -208,8 +217,9 @@ void Judge::judgeBearer(HostRecord& host, const Request& request)
     { return one.host == request.host && one.kind == kind && one.ends == 0; };
     const auto ofCall = [&](CallKind kind)
     {
-        return std::ranges::any_of(calls_, [&](const auto& one)
-                                   { return isOpen(one, kind) && one.token == request.bearer; });
+        return std::ranges::any_of(
+            calls_, [&](const auto& one)
+            { return isOpen(one, kind) && one.tokens.contains(request.bearer); });
     };
     bool isRight = true;
     if (request.operation == Operation::oneTimeCode)
@@ -284,6 +294,12 @@ void Judge::itemCalled(const ItemCall& made)
         tokenRemoved(host, made);
     if (made.item == Item::info && made.kind == ItemCall::Kind::write)
         infoWritten(host, made, text);
+    const bool isDone =
+        made.status == KeychainStatus::success || made.status == KeychainStatus::itemNotFound;
+    if (made.item == Item::info && !isDone)
+        host.isInfoExcused = true;
+    if (made.item == Item::info && isDone && made.kind != ItemCall::Kind::read)
+        storedInfos_[host.client] = made.kind == ItemCall::Kind::write ? text : nullptr;
 }
 
 void Judge::tokenRead(HostRecord& host, const ItemCall& made)
@@ -330,6 +346,7 @@ void Judge::tokenWritten(HostRecord& host, const ItemCall& made, const Text* tex
         lastTokenChanger_ = made.host;
         storedToken_ = text;
         host.known = text;
+        ++host.tokenChanges;
     }
     if (!isLatest)
         return;
@@ -341,6 +358,7 @@ void Judge::tokenRemoved(HostRecord& host, const ItemCall& made)
 {
     if (host.owedSignedOut + host.possibleSignedOut <= 0)
         complain("the stored token is removed, though nobody has signed out");
+    ++host.tokenChanges;
     // What a sign-out reads and what it removes may be two sessions.
     if (made.status == KeychainStatus::success || made.status == KeychainStatus::itemNotFound)
     {
@@ -370,19 +388,9 @@ void Judge::announced(int number)
     auto& host = of(number);
     if (host.isReleased)
         complain("a released account announces");
-    if (++host.announcements > host.announcementsAllowed)
-        complain("a change is announced that this account has not made");
-    const auto* change = latest(host);
-    if (!change)
-        return;
-    if (endsASession(change->kind) && storedToken_ && lastTokenChanger_ == number &&
-        !host.removalFailed)
-        complain("a sign-out is announced before the token is removed");
-    if (endsASession(change->kind) && storedToken_ && storedToken_ == host.stateToken &&
-        !host.removalFailed)
-        complain("a sign-out is announced while its token is stored");
-    if (beginsASession(change->kind) && !change->written && host.possibleSignedOut == 0)
-        complain("a sign-in is announced before its token is written");
+    // Each write and each removal is announced once, and behind it.
+    if (++host.announcements > host.tokenChanges)
+        complain("a change of the token is announced that has not been made");
 }
 
 void Judge::stateSeen(int number, const AccountState& state)
@@ -399,7 +407,12 @@ void Judge::stateSeen(int number, const AccountState& state)
     if (state.token() && !host.stateToken)
         complain("the state holds a token that nobody has issued");
     if (host.stateToken)
+    {
         judgeToken(host, before);
+        for (auto& one : calls_)
+            if (one.host == number && one.ends == 0)
+                one.tokens.insert(host.stateToken);
+    }
     if (const auto* profile = state.get<tessera::AccountProfile>())
         judgeProfile(host, *profile);
     if (state.get<AccountState::SignedOut>())
@@ -462,6 +475,7 @@ void Judge::settled(const std::vector<std::shared_ptr<Transfer>>& open)
         if (host.owedSignedOut > 0)
             complain("a sign-out of host " + std::to_string(number) + " was not published");
         judgeStored(number, host);
+        judgeStoredInfo(host);
     }
 }
 
@@ -487,14 +501,39 @@ void Judge::judgeOpen(const HostRecord& host, const std::vector<const Transfer*>
 
 void Judge::judgeStored(int number, const HostRecord& host)
 {
-    if (lastTokenChanger_ != number || isSigningIn(host))
+    const auto* change = latest(host);
+    if (lastTokenChanger_ != number || isSigningIn(host) || !change)
         return;
-    if (host.stateToken && host.stateToken != storedToken_)
+    // A sign-in that was superseded behind its write is followed like another program's.
+    const bool isOwn = !storedToken_ || change->issued == storedToken_;
+    if (host.stateToken && host.stateToken != storedToken_ && isOwn && change->ends > 0 &&
+        (change->succeeded || storedToken_ == nullptr))
         complain("the session " + nameOf(host.stateToken) + " is published and not stored");
     const bool isSignedOut =
         !host.states.empty() && host.states.back().get<AccountState::SignedOut>();
-    if (isSignedOut && storedToken_ && !host.removalFailed)
+    if (isSignedOut && endsASession(change->kind) && storedToken_ && !host.removalFailed)
         complain("signed out, and the session " + nameOf(storedToken_) + " is stored");
+}
+
+/// What a restored session was read with, and does not belong to it, is removed.
+void Judge::judgeStoredInfo(const HostRecord& host)
+{
+    const auto* pending =
+        host.states.empty() ? nullptr : host.states.back().get<tessera::AccountPendingProfile>();
+    if (!pending || pending->infoErrorMessage || host.changes > 0 || host.isInfoExcused)
+        return;
+    const auto found = storedInfos_.find(host.client);
+    const auto* info = found == storedInfos_.end() ? nullptr : found->second;
+    if (info && (!info->isInfo() || info->user != host.stateToken->user))
+        complain("information that does not belong to the session stays stored: " + info->name);
+}
+
+void Judge::infoDamaged(int client, const Text& info)
+{
+    infoStored(client, &info);
+    for (auto& [number, host] : hosts_)
+        if (host.client == client)
+            host.isInfoExcused = true;
 }
 
 void Judge::atRest()

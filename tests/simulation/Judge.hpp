@@ -44,8 +44,8 @@ struct CallRecord
     /// Which of the host's changes of session was the latest when the call was made, itself
     /// included.
     int change = 0;
-    /// Of the state when the call was made.
-    const Text* token = nullptr;
+    /// Of the state when the call was made, and of those published since.
+    std::set<const Text*> tokens = {};
     /// How often its end was told; once, in the end.
     int ends = 0;
     bool isAwaited = false;
@@ -78,6 +78,8 @@ struct HostRecord
     bool readNothingSinceChange = false;
     bool removalFailed = false;
     bool infoWriteFailed = false;
+    /// The stored information may be anybody's, for a reason.
+    bool isInfoExcused = false;
 
     /// Signed-out states that are to come, and that may come.
     int owedSignedOut = 0;
@@ -92,10 +94,13 @@ struct HostRecord
     };
     std::vector<Received> received;
 
+    /// Since the last cause, and for the session of the latest of them.
     int infoRequests = 0;
     int infoRequestsAllowed = 0;
+    const Text* infoBearer = nullptr;
     int announcements = 0;
-    int announcementsAllowed = 0;
+    /// Written, or removed as far as that could be done.
+    int tokenChanges = 0;
     /// When the stored token was read, and when the host called.
     std::vector<std::uint64_t> tokenReads;
     std::vector<std::uint64_t> calls;
@@ -116,6 +121,9 @@ public:
     void hostBegins(int host, int client);
     void hostEnds(int host);
     int callBegins(int host, CallKind kind, const Text* given);
+    /// A sign-in supersedes also what a handler has begun while the call was being made.
+    void callIsMade(int number);
+    bool hasEnded(int number) { return call(number).ends > 0; }
     void callEnds(int call, bool succeeded, const std::string& how);
     void callIsAwaited(int number) { call(number).isAwaited = true; }
     void callCancelled(int number) { call(number).isCancelled = true; }
@@ -137,6 +145,8 @@ public:
     const HostRecord& record(int host) const { return hosts_.at(host); }
     const Text* storedToken() const { return storedToken_; }
     void tokenStored(const Text* token) { storedToken_ = token; }
+    void infoStored(int client, const Text* info) { storedInfos_[client] = info; }
+    void infoDamaged(int client, const Text& info);
     /// By nobody that can be named.
     void tokenDamaged(const Text& text)
     {
@@ -161,6 +171,7 @@ private:
     void judgeBearer(HostRecord& host, const Request& request);
     void judgeOpen(const HostRecord& host, const std::vector<const Transfer*>& open);
     void judgeStored(int number, const HostRecord& host);
+    void judgeStoredInfo(const HostRecord& host);
 
     const Trace& trace_;
     std::optional<std::string> complaint_;
@@ -168,6 +179,7 @@ private:
     std::map<int, HostRecord> hosts_;
     std::vector<CallRecord> calls_;
     const Text* storedToken_ = nullptr;
+    std::map<int, const Text*> storedInfos_;
     int lastTokenChanger_ = -1;
     /// Tokens that the server was asked to end, and those that it must be asked to end.
     std::set<const Text*> ended_;

@@ -38,10 +38,10 @@ namespace tessera
 class NotingMachine : public SessionMachine
 {
 public:
-    bool restoresAtLaunch() const
+    bool restoresFirst() const
     {
-        note("launch");
-        return SessionMachine::restoresAtLaunch();
+        note("launch or refresh");
+        return SessionMachine::restoresFirst();
     }
 
     bool refreshesOnActivation(platform::Date now) const

@@ -80,8 +80,10 @@ void World::fillStore()
         {
             const auto user = random_.oneIn(6) ? 2 : std::max(token->user, 0);
             const auto& texts = Texts::shared();
-            store(*items_, infoIdentity(client),
-                  random_.oneIn(8) ? texts.foreignInfo() : texts.info(user, client, 0, user > 0));
+            const auto& info =
+                random_.oneIn(8) ? texts.foreignInfo() : texts.info(user, client, 0, user > 0);
+            store(*items_, infoIdentity(client), info);
+            judge_.infoStored(client, &info);
         }
 }
 
@@ -110,6 +112,8 @@ Host& World::addHost(std::size_t program)
     hosts_.push_back(std::make_unique<Host>(number, programs_.at(program), std::move(services),
                                             std::move(items), judge_, server_));
     current_.at(program) = hosts_.back().get();
+    if (random_.oneIn(8))
+        hosts_.back()->items().failNext(ItemCall::Kind::read, KeychainStatus::notAvailable);
     if (!random_.oneIn(8))
         hosts_.back()->call(CallKind::launch, random_);
     return *hosts_.back();
@@ -339,8 +343,12 @@ void World::damageStore()
     const auto& texts = Texts::shared();
     trace_("an item is damaged");
     if (random_.oneIn(2))
-        return store(*items_, infoIdentity(static_cast<int>(random_.below(clientCount))),
-                     random_.oneIn(2) ? texts.damaged() : texts.foreignInfo());
+    {
+        const auto client = static_cast<int>(random_.below(clientCount));
+        const auto& info = random_.oneIn(2) ? texts.damaged() : texts.foreignInfo();
+        store(*items_, infoIdentity(client), info);
+        return judge_.infoDamaged(client, info);
+    }
     store(*items_, tokenIdentity(), texts.damaged());
     judge_.tokenDamaged(texts.damaged());
 }
@@ -389,7 +397,10 @@ void World::comeToRest()
 void World::healAndJudge()
 {
     for (auto* host : current_)
+    {
         host->items().failNothing();
+        host->callNothingFromHandler();
+    }
     comeToRest();
     for (const bool isRefreshed : {false, true})
         for (auto* host : current_)
