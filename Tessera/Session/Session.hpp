@@ -219,6 +219,7 @@ private:
     void lookForTokenChange(int reads);
     static Awaitable<void> pollToken(Self self, Generation generation, int reads);
     static Awaitable<Stored> readToken(Self self);
+    static Awaitable<void> removeLeftBehind(Self self, Generation generation);
     /// Whether there was anything to follow.
     bool follow(Stored token);
     void followSignOut();

@@ -48,8 +48,29 @@ platform::Awaitable<void> Account::Session::pollToken(Self self, Generation gene
         // them, none would be followed otherwise.
         if (stored.succeeded() && self->follow(std::move(stored).get()))
             co_return;
+        if (stored.succeeded() && self->machine.leftBehindToken())
+        {
+            auto removing = removeLeftBehind(self, generation);
+            co_await std::move(removing);
+        }
         co_await platform::checkCancellation();
     }
+}
+
+/// What a sign-out could not remove, because the keychain was locked, is removed when it can be.
+platform::Awaitable<void> Account::Session::removeLeftBehind(Self self, Generation generation)
+{
+    std::function<bool(SessionStore&)> remove =
+        [generation, token = *self->machine.leftBehindToken()](SessionStore& store)
+    { return store.removeLeftBehind(generation, token); };
+    auto removing = self->onStorage<bool>(std::move(remove));
+    const bool removed = co_await std::move(removing);
+    self->requireCurrent(generation);
+    if (!removed)
+        co_return;
+    self->machine.tokenKnown(std::nullopt);
+    self->clearDiagnostic();
+    self->announce();
 }
 
 bool Account::Session::follow(Stored token)

@@ -206,6 +206,11 @@ bool SessionMachine::storedTokenIsUnpublished() const
     return !published || *known_->token != platform::SecretBytes(published->bytes());
 }
 
+std::optional<platform::SecretBytes> SessionMachine::leftBehindToken() const
+{
+    return known_ && known_->leftBehind && !signingIn_ ? known_->token : std::nullopt;
+}
+
 SessionMachine::StoredToken SessionMachine::tokenRead(
     const std::optional<platform::SecretBytes>& token)
 {

@@ -125,6 +125,9 @@ public:
     /// Whether this account has stored a session that its state does not show.
     bool storedTokenIsUnpublished() const;
 
+    /// What a sign-out could not remove; nothing while a sign-in is about to replace it.
+    std::optional<platform::SecretBytes> leftBehindToken() const;
+
     enum class StoredToken
     {
         /// The one that is known.

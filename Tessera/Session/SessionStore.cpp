@@ -122,6 +122,15 @@ bool SessionStore::writeInfo(Generation generation, const platform::SecretString
     return write(clientValet, infoKey, generation, info);
 }
 
+bool SessionStore::removeLeftBehind(Generation generation, const SecretBytes& token)
+{
+    const std::lock_guard lock(mutex_);
+    if (generation != generation_ || object(*environmentValet, tokenKey) != token)
+        return false;
+    removeInfo();
+    return remove(*environmentValet, tokenKey);
+}
+
 void SessionStore::removeInfo()
 {
     static_cast<void>(remove(*clientValet, infoKey));

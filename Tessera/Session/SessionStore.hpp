@@ -38,6 +38,9 @@ public:
     bool writeToken(Generation generation, const platform::SecretString& token);
     bool writeInfo(Generation generation, const platform::SecretString& info);
 
+    /// Removes the token if it is this one, for a sign-out that could not. Whether it is gone.
+    bool removeLeftBehind(Generation generation, const platform::SecretBytes& token);
+
     /// Orders a removal, and carries out one that was ordered; nothing is said about success. In
     /// between, the order waits with the work of the storage thread.
     void orderInfoRemoval();

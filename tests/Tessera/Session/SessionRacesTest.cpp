@@ -200,6 +200,8 @@ TEST_F(Races, ASignOutThatTheKeychainRefusesIsReportedAndHidesNoOtherSignIn)
     host.activate();
     machine.advance(1);
     EXPECT_EQ(host.state(), "signedOut") << "what was signed out stays so";
+    EXPECT_EQ(host.stored("Token"), std::nullopt) << "and is removed when it can be";
+    EXPECT_EQ(host.account->diagnostic(), std::nullopt);
     host.store("Token", host.token("bert"));
     host.activate();
     machine.advance(1);
