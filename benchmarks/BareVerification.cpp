@@ -5,8 +5,8 @@
 #include <array>
 #include <stdexcept>
 
+#include <openssl/decoder.h>
 #include <openssl/evp.h>
-#include <openssl/pem.h>
 #include <openssl/rsa.h>
 
 struct BareVerification::State
@@ -21,22 +21,26 @@ namespace
 
 EVP_PKEY* keyOf(std::string_view pem)
 {
-    BIO* const in = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
-    EVP_PKEY* const key = PEM_read_bio_PUBKEY(in, nullptr, nullptr, nullptr);
-    BIO_free(in);
+    EVP_PKEY* key = nullptr;
+    OSSL_DECODER_CTX* const decoder = OSSL_DECODER_CTX_new_for_pkey(
+        &key, "PEM", nullptr, "RSA", EVP_PKEY_PUBLIC_KEY, nullptr, nullptr);
+    const auto* bytes = reinterpret_cast<const unsigned char*>(pem.data());
+    auto size = pem.size();
+    OSSL_DECODER_from_data(decoder, &bytes, &size);
+    OSSL_DECODER_CTX_free(decoder);
     return key;
 }
 
 }  // namespace
 
-BareVerification::BareVerification(std::string_view token, std::string_view subjectPublicKeyInfo)
+BareVerification::BareVerification(std::string_view token, std::string_view publicKey)
     : state_(std::make_unique<State>()), message_(token.substr(0, token.rfind('.')))
 {
     const auto signature = platform::decodeBase64URL(token.substr(message_.size() + 1)).value();
     const auto* bytes = reinterpret_cast<const unsigned char*>(signature.data());
     signature_.assign(bytes, bytes + signature.size());
 
-    EVP_PKEY* const key = keyOf(subjectPublicKeyInfo);
+    EVP_PKEY* const key = keyOf(publicKey);
     state_->verifying = EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr);
     EVP_PKEY_free(key);
     EVP_PKEY_CTX* const context = state_->verifying;

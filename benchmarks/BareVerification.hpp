@@ -9,7 +9,8 @@
 class BareVerification
 {
 public:
-    BareVerification(std::string_view token, std::string_view subjectPublicKeyInfo);
+    /// `token` must outlive it; `publicKey` is PEM, a PKCS #1 key or one with its algorithm.
+    BareVerification(std::string_view token, std::string_view publicKey);
     ~BareVerification();
 
     bool verify();

@@ -19,6 +19,10 @@ struct Server
     /// The certificate that signs for them, as PEM.
     std::string authority;
 
+    /// The state folder of a server that answers as it is, for sessions: there lies the
+    /// environment file.
+    std::string state;
+
     /// How long the body of every answer is: about as long as a signed account information.
     static constexpr std::size_t bodySize = 900;
 

@@ -19,8 +19,8 @@ std::string contentOf(const std::string& file)
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-/// Takes --server=ORIGIN, --server-without-tickets=ORIGIN and --authority=FILE, and leaves the rest
-/// to Google Benchmark. Returns how many arguments are left.
+/// Takes --server=ORIGIN, --server-without-tickets=ORIGIN, --authority=FILE and --state=FOLDER, and
+/// leaves the rest to Google Benchmark. Returns how many arguments are left.
 int takeServer(int count, char** arguments)
 {
     int kept = 1;
@@ -36,6 +36,8 @@ int takeServer(int count, char** arguments)
             server().originWithoutTickets = value;
         else if (name == "--authority")
             server().authority = contentOf(value);
+        else if (name == "--state")
+            server().state = value;
         else
             arguments[kept++] = arguments[index];
     }

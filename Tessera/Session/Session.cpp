@@ -81,10 +81,15 @@ void Account::Session::begin()
 {
     const std::weak_ptr<Session> held = weak_from_this();
     cancellables.push_back(stateSubject.publisher().subscribe(
-        [held](const AccountState& state)
+        [held, main = main_](const AccountState& state)
         {
-            if (const auto self = held.lock())
-                self->handOff(state.token());
+            // In a turn of its own, for it wakes a thread: those who show the state come first.
+            auto handOff = [held, token = state.token()]
+            {
+                if (const auto self = held.lock(); self && !self->released_)
+                    self->handOff(token);
+            };
+            boost::asio::post(main, std::move(handOff));
         }));
     if (!services.keyValueStore)
         return;

@@ -136,8 +136,9 @@ void Account::Session::storedTooLate(const SecretString& token)
 {
     if (machine.signingIn())
         machine.tokenKnown(platform::SecretBytes(token.bytes()));
-    else if (!environmentTokenChangeTask.isRunning())
-        lookForTokenChange(1);
+    else
+        // One that runs may have read before this was written.
+        lookForTokenChange(4);
 }
 
 platform::Awaitable<AccountState> Account::Session::loadAfterSignIn(Self self,

@@ -28,7 +28,6 @@ constexpr std::array reachable{
     "activation, signedIn, not refreshed: refresh",
     "activation, signedIn, refreshing: nothing",
     "activation, signedOut, completed: nothing",
-    "activation, signedOut, failed: nothing",
     "activation, signedOut, not refreshed: nothing",
     "activation, signedOut, refreshing: nothing",
     "activation, signing in",

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 class StepExecutor;
@@ -29,7 +30,8 @@ public:
     /// Runs `work` at once, as a piece of this queue: for what a host does on its main thread.
     void runInside(const std::function<void()>& work);
 
-    void clear() { waiting_.clear(); }
+    /// Drops what waits; what is handed over meanwhile waits then.
+    void clear() { std::exchange(waiting_, {}); }
 
 private:
     StepExecutor& executor_;

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "Platform/Concurrency/Clock.hpp"
+#include "Platform/Concurrency/RunLoop.hpp"
+#include "Platform/Concurrency/WorkerThread.hpp"
+
+#include <chrono>
+#include <exception>
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+
+namespace soak
+{
+
+/// One call of a host to an account.
+struct CyclesCall
+{
+    std::string name;
+    unsigned ends = 0;
+    std::exception_ptr error = {};
+    std::function<void()> cancel = {};
+
+    bool hasEnded() const { return ends != 0; }
+    bool hasSucceeded() const { return ends == 1 && !error; }
+    /// How it ended, for messages.
+    std::string end() const;
+};
+
+/// The main thread of the programs, the calls that they make there, and real time. For the thread
+/// that made it.
+class CyclesStage
+{
+public:
+    CyclesStage();
+
+    const std::shared_ptr<platform::RunLoop>& loop() const { return loop_; }
+
+    /// Begins a call on the main thread or, `elsewhere`, on another: hosts may await where they
+    /// like.
+    template <class T>
+    std::shared_ptr<CyclesCall> begin(std::string name, platform::Awaitable<T> work,
+                                      bool elsewhere = false)
+    {
+        auto call = std::make_shared<CyclesCall>();
+        call->name = std::move(name);
+        calls_.push_back(call);
+        auto onEnd = [loop = loop_, call](platform::Outcome<T> outcome)
+        {
+            loop->enqueue(
+                [call, error = outcome.error()]
+                {
+                    ++call->ends;
+                    call->error = error;
+                });
+        };
+        const auto task = platform::start<T>(elsewhere ? elsewhere_ : platform::executorOf(loop_),
+                                             std::move(work), std::move(onEnd));
+        call->cancel = [task] { task.cancel(); };
+        return call;
+    }
+
+    /// Lets the main thread work until it holds; false when it does not in time.
+    bool runUntil(const std::function<bool()>& holds, std::chrono::milliseconds limit);
+    void runFor(std::chrono::microseconds span);
+
+    /// What was handed to other threads, and came back from there, has been done.
+    void drain(const platform::Executor& executor);
+
+    /// The calls since the last `forgetCalls`.
+    const std::list<std::shared_ptr<CyclesCall>>& calls() const { return calls_; }
+    void forgetCalls() { calls_.clear(); }
+
+private:
+    const std::shared_ptr<platform::RunLoop> loop_ = std::make_shared<platform::RunLoop>();
+    platform::WorkerThread worker_;
+    const platform::Executor elsewhere_;
+    const std::shared_ptr<platform::Clock> clock_;
+    std::list<std::shared_ptr<CyclesCall>> calls_;
+};
+
+}  // namespace soak
