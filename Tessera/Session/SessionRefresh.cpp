@@ -241,16 +241,17 @@ void Account::Session::refreshFails(const std::exception_ptr& error, bool notRes
     const auto orders =
         machine.refreshFailed({platform::describe(error), refused, notRestored}, now());
     const auto generation = machine.generation();
+    if (refused && !orders.publish)
+        record(AccountTransitionCause::refreshRefused);
+    carryOut(orders);
+    if (!isCurrent(generation))
+        return;
     if (notRestored)
         reportUnrestored(error);
     else if (!machine.state().get<AccountState::SignedOut>())
         report(
             refused ? AccountDiagnosticCode::sessionRefused : AccountDiagnosticCode::refreshFailed,
             error);
-    if (refused && !orders.publish)
-        record(AccountTransitionCause::refreshRefused);
-    if (isCurrent(generation))
-        carryOut(orders);
 }
 
 void Account::Session::scheduleRetry()

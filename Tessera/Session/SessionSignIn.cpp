@@ -109,16 +109,15 @@ platform::Awaitable<void> Account::Session::keepToken(Self self, Generation gene
     auto writing = self->onStorage<bool>(std::move(write));
     const auto written = co_await platform::detail::outcomeOf<bool>(std::move(writing));
     const bool stored = written.succeeded() && written.get();
-    const bool current = self->isCurrent(generation);
-    if (stored && current)
-        self->clearDiagnostic();
     // Others are told of what is stored, whatever has become of this sign-in. (A released account
     // has done so already.)
     if (stored && !self->released_)
         self->announce();
-    if (stored && current)
+    if (stored && self->isCurrent(generation))
     {
         self->machine.tokenKnown(platform::SecretBytes(text.bytes()));
+        self->clearDiagnostic();
+        self->requireCurrent(generation);
         co_return;
     }
     if (stored && !self->released_)
