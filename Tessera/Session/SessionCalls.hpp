@@ -78,6 +78,9 @@ template <class T>
 platform::Awaitable<T> Account::Session::onMain(Self self, Belongs belongs, Generation captured,
                                                 Work<T> work)
 {
+    // Whoever hears of its end may begin something newer than this.
+    if (belongs == Belongs::beginsOne)
+        self->finishDeauthentication();
     self->requireStanding(belongs, captured);
     co_await platform::checkCancellation();
     if (belongs == Belongs::beginsOne)

@@ -66,7 +66,7 @@ platform::Awaitable<void> Account::Session::removeLeftBehind(Self self, Generati
     auto removing = self->onStorage<bool>(std::move(remove));
     const bool removed = co_await std::move(removing);
     self->requireCurrent(generation);
-    if (!removed)
+    if (!removed || !self->machine.leftBehindToken())
         co_return;
     self->machine.tokenKnown(std::nullopt);
     self->clearDiagnostic();

@@ -23,7 +23,7 @@ bool isAboutRestoring(AccountDiagnosticCode code)
 
 void Account::Session::launch()
 {
-    if (!machine.restoresFirst() || restoreTask_.isRunning())
+    if (!machine.restoresFirst() || restoreTask_.isRunning() || deauthenticating_)
         return;
     // A sign-in comes first; the stored session is of interest if it adopts none.
     if (machine.signingIn())
@@ -289,6 +289,9 @@ platform::Awaitable<void> Account::Session::retryAttempt(Self self, Generation g
 
 void Account::Session::activate()
 {
+    // The session is about to end; there is nothing to keep fresh.
+    if (deauthenticating_)
+        return;
     if (machine.refreshesOnActivation(now()))
         startRefresh();
     if (!environmentTokenChangeTask.isRunning())

@@ -11,7 +11,6 @@ using platform::SecretString;
 
 Generation Account::Session::signInBegins()
 {
-    finishDeauthentication();
     // Of a sign-in before this one, what that had interrupted counts on.
     if (!machine.signingIn())
         interrupted_ = {};
@@ -197,6 +196,11 @@ platform::Awaitable<AccountState> Account::Session::loadAfterSignIn(Self self,
 void Account::Session::authenticate(SecretString token)
 {
     const auto self = shared_from_this();
+    const auto called = machine.generation();
+    finishDeauthentication();
+    // Whoever heard of that may have begun something newer.
+    if (!isCurrent(called))
+        return;
     const auto generation = signInBegins();
     auto adoption = [](Self session, Generation begun, SecretString text) -> Awaitable<AccountState>
     {

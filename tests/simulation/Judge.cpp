@@ -136,24 +136,18 @@ int Judge::callBegins(int host, CallKind kind, const Text* given)
     {
         ++record.owedSignedOut;
         record.removalFailed = false;
+        record.isDeauthenticating = false;
     }
     if (kind == CallKind::deauthenticate)
+    {
         ++record.possibleSignedOut;
+        record.isDeauthenticating = true;
+    }
     calls_.push_back({.host = host, .kind = kind, .change = record.changes, .issued = given});
     if (record.stateToken)
         calls_.back().tokens.insert(record.stateToken);
     stimulated(record);
     return number;
-}
-
-void Judge::callIsMade(int number)
-{
-    const auto& made = call(number);
-    auto& host = of(made.host);
-    if (!beginsASession(made.kind) || made.ends > 0 || host.latestChange == number)
-        return;
-    host.latestChange = number;
-    host.latestHasEnded = false;
 }
 
 void Judge::callEnds(int number, bool succeeded, const std::string& how)
@@ -264,12 +258,14 @@ void Judge::answered(const Request& request, const Answer& answer)
         {
             ++host.possibleSignedOut;
             mayBeEnded_.insert(request.bearer);
+            host.endedAlone.insert(request.bearer);
         }
     }
     if (request.operation == Operation::deleteAccount)
     {
         ++host.possibleSignedOut;
         mayBeEnded_.insert(request.bearer);
+        host.endedAlone.insert(request.bearer);
     }
 }
 
@@ -360,6 +356,11 @@ void Judge::tokenRemoved(HostRecord& host, const ItemCall& made)
     const bool isMadeGood = !host.stateToken && host.known == storedToken_;
     if (host.owedSignedOut + host.possibleSignedOut <= 0 && !isMadeGood)
         complain("the stored token is removed, though nobody has signed out");
+    const bool isOfAny = host.owedSignedOut > 0 || host.isDeauthenticating || isMadeGood;
+    const auto* read = host.known.value_or(nullptr);
+    if (!isOfAny && read && !host.endedAlone.contains(read))
+        complain("the session " + nameOf(read) + " is removed, though another has ended");
+    host.isDeauthenticating = false;
     ++host.tokenChanges;
     // What a sign-out reads and what it removes may be two sessions.
     if (made.status == KeychainStatus::success || made.status == KeychainStatus::itemNotFound)

@@ -84,6 +84,10 @@ struct HostRecord
     /// Signed-out states that are to come, and that may come.
     int owedSignedOut = 0;
     int possibleSignedOut = 0;
+    /// Ends whatever session is stored, in a turn of its own that is still to come.
+    bool isDeauthenticating = false;
+    /// Deleted, or signed in with another user's information: these may be removed, and no other.
+    std::set<const Text*> endedAlone;
 
     struct Received
     {
@@ -121,8 +125,6 @@ public:
     void hostBegins(int host, int client);
     void hostEnds(int host);
     int callBegins(int host, CallKind kind, const Text* given);
-    /// A sign-in supersedes also what a handler has begun while the call was being made.
-    void callIsMade(int number);
     bool hasEnded(int number) { return call(number).ends > 0; }
     void callEnds(int call, bool succeeded, const std::string& how);
     void callIsAwaited(int number) { call(number).isAwaited = true; }

@@ -12,10 +12,8 @@ namespace
 
 /// Every row that can be reached.
 constexpr std::array reachable{
-    "activation, failed, completed: nothing",
     "activation, failed, failed: refresh",
     "activation, failed, refreshing: nothing",
-    "activation, loading, completed: nothing",
     "activation, loading, not refreshed: refresh",
     "activation, loading, refreshing: nothing",
     "activation, pending, completed: nothing",
