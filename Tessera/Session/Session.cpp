@@ -16,7 +16,7 @@ namespace
 
 constexpr auto place = "Tessera/Account";
 
-platform::Services complete(platform::Services services)
+void requireComplete(const platform::Services& services)
 {
     if (!services.mainActor)
         platform::fatal(
@@ -25,6 +25,11 @@ platform::Services complete(platform::Services services)
         !services.storage)
         platform::fatal(
             "Tessera/Account: a service is missing, begin with platform::systemServices()");
+}
+
+platform::Services withoutMainActor(platform::Services services)
+{
+    services.mainActor = nullptr;
     return services;
 }
 
@@ -65,8 +70,9 @@ Account::Session::Session(AccountEnvironment ofEnvironment, AccountClient ofClie
                           platform::Services with)
     : environment(std::move(ofEnvironment)),
       client(std::move(ofClient)),
-      services(complete(std::move(with))),
-      main_(platform::executorOf(services.mainActor)),
+      mainActor((requireComplete(with), with.mainActor)),
+      services(withoutMainActor(with)),
+      main_(platform::executorOf(with.mainActor)),
       network_(std::make_shared<EndableURLSession>(services.urlSession)),
       service(environment, client, network_, services.background),
       farewell_(environment, client, services.urlSession, services.background),
@@ -127,7 +133,8 @@ void Account::Session::release()
 
 void Account::Session::requireMain() const
 {
-    if (!services.mainActor->isCurrent())
+    const auto actor = mainActor.lock();
+    if (actor && !actor->isCurrent())
         platform::fatal(std::string(place) + ": unexpected executor, this is not the main thread");
 }
 

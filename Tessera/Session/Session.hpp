@@ -74,6 +74,8 @@ public:
 
     const AccountEnvironment environment;
     const AccountClient client;
+    /// Not held, nor is it by `services`: work that waits in its queue when it ends holds this.
+    const std::weak_ptr<platform::MainActor> mainActor;
     const platform::Services services;
     SessionMachine machine;
 

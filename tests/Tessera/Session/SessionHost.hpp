@@ -67,7 +67,15 @@ class SessionHost
 {
 public:
     explicit SessionHost(Machine& machine, std::string client = "editor");
-    ~SessionHost() { release(); }
+    ~SessionHost()
+    {
+        release();
+        // What the release cancels ends in turns of its own; a sign-out waits for its answer.
+        machine.settle();
+        for (const auto& transfer : network->started)
+            transfer->answer(204, "");
+        machine.settle();
+    }
 
     static const TokenFactory& server();
     static std::string token(const std::string& user, const std::string& session = "s1");
