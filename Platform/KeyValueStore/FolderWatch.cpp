@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <system_error>
+#include <string>
 #include <utility>
 
 namespace platform
@@ -19,8 +19,8 @@ namespace
 
 SharedFolderFault cannotWatch(int error)
 {
-    return {"What other programs share is not noticed: inotify says \"" +
-                std::generic_category().message(error) + "\".",
+    return {std::string("What other programs share is not noticed: inotify says \"") +
+                ::strerrordesc_np(error) + "\".",
             error == ENOSPC ? "Raise fs.inotify.max_user_watches."
                             : "Raise fs.inotify.max_user_instances, and the program's limit of "
                               "open files."};
