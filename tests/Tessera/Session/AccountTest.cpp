@@ -17,6 +17,21 @@ struct Session : testing::Test
     SessionHost host{machine};
 };
 
+/// Runs a sign-in by this many pieces of work, with good answers from the server.
+void drive(SessionHost& program, const Call<AccountState>& call, std::size_t pieces)
+{
+    auto& executor = program.machine.executor;
+    for (std::size_t done = 0; done < pieces && call.ends() == 0; ++done)
+    {
+        for (const auto& transfer : program.network->started)
+            if (!transfer->ended() && executor.isIdle())
+                transfer->answer(200, transfer->request.url.string().ends_with("/auth")
+                                          ? SessionHost::token("anna")
+                                          : SessionHost::info("anna"));
+        executor.drain(1);
+    }
+}
+
 }  // namespace
 
 TEST_F(Session, SignsInOnceAndIsFoundAgainAtTheNextLaunch)
@@ -187,15 +202,7 @@ TEST_F(Session, SignOutWinsOverASignInAtEveryPoint)
         Machine fresh;
         SessionHost program(fresh);
         const auto call = program.signIn();
-        for (std::size_t done = 0; done < pieces && call->ends() == 0; ++done)
-        {
-            for (const auto& transfer : program.network->started)
-                if (!transfer->ended() && fresh.executor.isIdle())
-                    transfer->answer(200, transfer->request.url.string().ends_with("/auth")
-                                              ? program.token("anna")
-                                              : program.info("anna"));
-            fresh.executor.drain(1);
-        }
+        drive(program, *call, pieces);
         const bool wasSignedIn = program.state() == "signedIn:anna/remote";
         program.onMainDo([&] { program.account->signOut(); });
         fresh.settle();
@@ -219,15 +226,7 @@ TEST_F(Session, MayBeReleasedAtEveryPoint)
         Machine fresh;
         SessionHost program(fresh);
         const auto call = program.signIn();
-        for (std::size_t done = 0; done < pieces && call->ends() == 0; ++done)
-        {
-            for (const auto& transfer : program.network->started)
-                if (!transfer->ended() && fresh.executor.isIdle())
-                    transfer->answer(200, transfer->request.url.string().ends_with("/auth")
-                                              ? program.token("anna")
-                                              : program.info("anna"));
-            fresh.executor.drain(1);
-        }
+        drive(program, *call, pieces);
         const auto requests = program.network->started.size();
         const auto states = program.published.size();
         program.release();
