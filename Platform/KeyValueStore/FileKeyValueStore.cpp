@@ -1,9 +1,9 @@
 #include "Platform/KeyValueStore/FileKeyValueStore.hpp"
 
+#include "Platform/Basics/UserFolder.hpp"
 #include "Platform/KeyValueStore/KeyValueHub.hpp"
 #include "Platform/KeyValueStore/SharedFolderNames.hpp"
 
-#include <cstdlib>
 #include <map>
 #include <utility>
 
@@ -11,13 +11,6 @@ namespace platform
 {
 namespace
 {
-
-std::filesystem::path absoluteFromEnvironment(const char* name)
-{
-    const char* value = std::getenv(name);
-    std::filesystem::path path = value ? value : "";
-    return path.is_absolute() ? path : std::filesystem::path();
-}
 
 /// One who takes part, and what it has not handed over yet.
 class FileParticipant final : public UbiquitousKeyValueStore::Participant
@@ -77,9 +70,7 @@ private:
 FileKeyValueStore::Configuration FileKeyValueStore::Configuration::ofUser()
 {
     Configuration configuration;
-    auto state = absoluteFromEnvironment("XDG_STATE_HOME");
-    if (const auto home = absoluteFromEnvironment("HOME"); state.empty() && !home.empty())
-        state = home / ".local/state";
+    const auto state = userFolder("XDG_STATE_HOME", ".local/state");
     if (!state.empty())
         configuration.folder = state / "tessera" / "shared";
     return configuration;

@@ -1,5 +1,6 @@
 #include "Platform/Services/Services.hpp"
 
+#include "Platform/Basics/UserFolder.hpp"
 #include "Platform/Concurrency/WorkerThread.hpp"
 #include "Platform/KeyValueStore/FileKeyValueStore.hpp"
 #include "Platform/Networking/CurlURLSession.hpp"
@@ -52,7 +53,8 @@ FileKeyValueStore::Configuration systemKeyValues()
 /// What programs share lies in a folder of it.
 std::filesystem::path systemStateFolder()
 {
-    return FileKeyValueStore::Configuration::ofUser().folder.parent_path();
+    const auto state = userFolder("XDG_STATE_HOME", ".local/state");
+    return state.empty() ? state : state / "tessera";
 }
 
 struct SystemServices

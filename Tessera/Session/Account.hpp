@@ -31,11 +31,13 @@ namespace tessera
 /// elsewhere stops the process. The awaitables that it returns may be awaited on any executor. No
 /// member waits for the network. `signOut`, and what ends like it (`deauthenticate`,
 /// `deleteAccount`, a sign-in that got another user's information), removes the session from the
-/// keychain on the main thread; telling other programs of a change writes one small file there.
+/// keychain on the main thread.
 ///
 /// Ownership: the host holds it. When it is destroyed its work ends: calls under way throw
-/// `CancellationError`, nothing is published, written or sent any more. The server's half of a
-/// sign-out that had begun goes on by itself.
+/// `CancellationError`, nothing is published or sent any more. What had begun is brought to its end
+/// before the destructor returns, which may wait for the disk: a token that is just being written
+/// is announced, a `deauthenticate` is carried out. The server's half of a sign-out that had begun
+/// goes on by itself.
 ///
 /// Errors: an operation throws what it names, what `AccountService` throws, and
 /// `platform::CancellationError` when its caller is cancelled, and when a sign-in, a sign-out or

@@ -227,8 +227,8 @@ private:
     void followSignOut();
     void followSignIn(Stored token);
 
-    // What the description of the account calls by name, and hosts' developers look for, has no
-    // underscore.
+    // The words of the session (its service, its tasks) stand without an underscore, as they do in
+    // the records of decisions; what only serves them has one.
     const platform::Executor main_;
     const std::shared_ptr<EndableURLSession> network_;
     AccountService service;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Concurrency/CancellationError.hpp"
+#include "Tessera/API/Backoff.hpp"
 #include "Tessera/Session/Session.hpp"
 
 #include <utility>
@@ -32,6 +33,12 @@ bool isCancellation(const std::exception_ptr& error);
 /// Whether the server does not accept the token.
 bool isRefusal(const std::exception_ptr& error);
 bool isKeychainError(const std::exception_ptr& error);
+
+/// The waits of a session's retries: 1, 2, 4, ... seconds.
+ExponentialBackoffIterator retryDelays();
+
+/// A decision for `retry`: after each failure the next of these waits; cancelled work is over.
+std::function<RetryAction(std::exception_ptr)> backOffUnlessCancelled();
 
 /// Lets the caller go on before `work` begins.
 template <class T>

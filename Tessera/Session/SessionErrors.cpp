@@ -45,4 +45,15 @@ bool isKeychainError(const std::exception_ptr& error)
                                  { return known.errorCase() == AccountError::keychainAccess; });
 }
 
+ExponentialBackoffIterator retryDelays()
+{
+    return Backoff::exponential(2, RetryDelay::seconds(1)).makeIterator();
+}
+
+std::function<RetryAction(std::exception_ptr)> backOffUnlessCancelled()
+{
+    return [delays = retryDelays()](const std::exception_ptr& error) mutable
+    { return isCancellation(error) ? RetryAction::stop() : RetryAction::backoff(delays.next()); };
+}
+
 }  // namespace tessera::detail

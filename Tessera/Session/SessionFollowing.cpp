@@ -1,4 +1,3 @@
-#include "Tessera/API/Backoff.hpp"
 #include "Tessera/Session/SessionCalls.hpp"
 
 #include <algorithm>
@@ -33,7 +32,7 @@ void Account::Session::lookForTokenChange(int reads)
 /// nothing, and is asked again.
 platform::Awaitable<void> Account::Session::pollToken(Self self, Generation generation, int reads)
 {
-    auto delays = Backoff::exponential(2, RetryDelay::seconds(1)).makeIterator();
+    auto delays = detail::retryDelays();
     for (int read = 1; read <= reads; ++read)
     {
         if (read > 1)

@@ -83,6 +83,13 @@ SessionMachine::RefreshAnswer SessionMachine::refreshAsked(bool force, platform:
     return RefreshAnswer::start;
 }
 
+SessionOrders SessionMachine::loaded(AccountProfile profile, platform::Date now,
+                                     AccountTransitionCause cause)
+{
+    refreshStatus_ = Status::completed(now);
+    return assign(AccountState::signedIn(std::move(profile)), cause);
+}
+
 bool SessionMachine::restoresFirst() const
 {
     return state_.get<AccountState::Loading>() || state_.get<AccountState::Failed>();
@@ -96,10 +103,8 @@ void SessionMachine::refreshStarts()
 SessionOrders SessionMachine::refreshed(AccountTokenJWT token, AccountInfoJWT info,
                                         platform::Date now)
 {
-    refreshStatus_ = Status::completed(now);
-    return assign(
-        AccountState::signedIn({std::move(token), std::move(info), AccountProfileSource::remote}),
-        AccountTransitionCause::refreshed);
+    return loaded({std::move(token), std::move(info), AccountProfileSource::remote}, now,
+                  AccountTransitionCause::refreshed);
 }
 
 SessionOrders SessionMachine::refreshFailed(const RefreshFailure& failure, platform::Date now)
@@ -140,10 +145,8 @@ Generation SessionMachine::signInBegins()
 SessionOrders SessionMachine::signedIn(AccountTokenJWT token, AccountInfoJWT info,
                                        platform::Date now)
 {
-    refreshStatus_ = Status::completed(now);
-    return assign(
-        AccountState::signedIn({std::move(token), std::move(info), AccountProfileSource::remote}),
-        AccountTransitionCause::signedIn);
+    return loaded({std::move(token), std::move(info), AccountProfileSource::remote}, now,
+                  AccountTransitionCause::signedIn);
 }
 
 SessionOrders SessionMachine::signedInWithoutInfo(AccountTokenJWT token,

@@ -148,6 +148,7 @@ private:
     };
 
     SessionOrders assign(AccountState state, AccountTransitionCause cause);
+    SessionOrders loaded(AccountProfile profile, platform::Date now, AccountTransitionCause cause);
 
     AccountState state_ = AccountState::loading();
     AccountRefreshStatus refreshStatus_ = AccountRefreshStatus::pending();

@@ -1,4 +1,3 @@
-#include "Tessera/API/Backoff.hpp"
 #include "Tessera/API/Retry.hpp"
 #include "Tessera/Model/AccountError.hpp"
 #include "Tessera/Session/SessionCalls.hpp"
@@ -266,14 +265,8 @@ platform::Awaitable<void> Account::Session::retryRefresh(Self self, Generation g
 {
     std::function<Awaitable<void>()> attempt = [self, generation]
     { return retryAttempt(self, generation); };
-    auto delays = Backoff::exponential(2, RetryDelay::seconds(1)).makeIterator();
-    std::function<RetryAction(std::exception_ptr)> decision =
-        [delays](const std::exception_ptr& error) mutable
-    {
-        return detail::isCancellation(error) ? RetryAction::stop()
-                                             : RetryAction::backoff(delays.next());
-    };
-    auto attempts = retry<void>(4, std::move(attempt), std::move(decision), self->services.clock);
+    auto attempts =
+        retry<void>(4, std::move(attempt), detail::backOffUnlessCancelled(), self->services.clock);
     co_await std::move(attempts);
 }
 

@@ -1,4 +1,3 @@
-#include "Tessera/API/Backoff.hpp"
 #include "Tessera/API/Retry.hpp"
 #include "Tessera/Model/AccountError.hpp"
 #include "Tessera/Session/SessionCalls.hpp"
@@ -149,15 +148,8 @@ platform::Awaitable<AccountState> Account::Session::loadAfterSignIn(Self self,
     {
         std::function<Awaitable<SecretString>()> fetch = [self, generation, text = token.string]
         { return fetchInfo(self, generation, text); };
-        auto delays = Backoff::exponential(2, RetryDelay::seconds(1)).makeIterator();
-        std::function<RetryAction(std::exception_ptr)> decision =
-            [delays](const std::exception_ptr& error) mutable
-        {
-            return detail::isCancellation(error) ? RetryAction::stop()
-                                                 : RetryAction::backoff(delays.next());
-        };
-        auto fetching =
-            retry<SecretString>(5, std::move(fetch), std::move(decision), self->services.clock);
+        auto fetching = retry<SecretString>(5, std::move(fetch), detail::backOffUnlessCancelled(),
+                                            self->services.clock);
         const auto text = co_await std::move(fetching);
         info = self->verifiedInfo(text.bytes());
     }

@@ -189,7 +189,8 @@ std::optional<bool> Host::waitForServerSignOut()
     return confirmed;
 }
 
-/// What waits for the disk is dropped when the process ends, the history's last line for one.
+/// What still waits for the disk, the history's last line for one, may ask for the passphrase, and
+/// tells what went wrong: both end with this object.
 void Host::finishWriting()
 {
     const auto written = std::make_shared<bool>(false);
