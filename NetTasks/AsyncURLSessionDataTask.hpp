@@ -1,42 +1,16 @@
 #pragma once
 
-#include "NetTasks/AsyncURLSessionTaskProtocol.hpp"
-#include "Platform/Networking/URLSession.hpp"
-
-#include <cstdint>
+#include "NetTasks/AsyncURLSessionTask.hpp"
 
 namespace nettasks
 {
 
-/// A transfer that a coroutine awaits. It is made at once and starts with `resume()`.
-///
-/// Letting go of it while its caller waits changes nothing for the caller.
-class AsyncURLSessionDataTask final : public AsyncURLSessionTaskProtocol
+/// An awaitable transfer whose body, if it has one, stands in the request.
+class AsyncURLSessionDataTask final : public AsyncURLSessionTask
 {
 public:
     AsyncURLSessionDataTask(platform::URLRequest request,
                             std::shared_ptr<platform::URLSession> urlSession);
-
-    platform::Progress& progress() override { return urlSessionTask_->progress(); }
-
-    /// To be called once; a second call is a programming error and stops the process. Cancelling
-    /// the awaiting caller acts as `cancel()`.
-    platform::Awaitable<DataAndResponse> resume() override;
-
-    /// Ends the transfer; the caller of `resume()` gets `platform::CancellationError`.
-    void cancel() { urlSessionTask_->cancel(); }
-
-    std::int64_t countOfBytesExpectedToReceive() const;
-    std::int64_t countOfBytesReceived() const;
-    std::int64_t countOfBytesExpectedToSend() const;
-    std::int64_t countOfBytesSent() const;
-
-private:
-    struct Caller;
-
-    std::shared_ptr<platform::URLSession> urlSession_;
-    std::shared_ptr<Caller> caller_;
-    std::shared_ptr<platform::URLSessionTask> urlSessionTask_;
 };
 
 }  // namespace nettasks

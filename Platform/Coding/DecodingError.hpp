@@ -16,6 +16,7 @@ namespace platform
 class DecodingError final : public LocalizedError
 {
 public:
+    /// What was wrong with the text.
     enum class Kind
     {
         /// An object lacks a required member, named by `key()`; the path leads to the object.

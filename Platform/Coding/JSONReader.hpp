@@ -138,6 +138,7 @@ private:
     const detail::JSONNode* node_;
 };
 
+/// One member of an object.
 struct JSONMember
 {
     std::string_view key;
@@ -148,6 +149,7 @@ struct JSONMember
 class JSONElements
 {
 public:
+    /// What a range-based `for` needs.
     class Iterator
     {
     public:

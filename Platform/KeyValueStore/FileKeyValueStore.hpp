@@ -30,6 +30,7 @@ class KeyValueHub;
 class FileKeyValueStore final : public UbiquitousKeyValueStore
 {
 public:
+    /// Where the values lie, and who is told of faults.
     struct Configuration
     {
         /// Made when it is missing. Refused unless it is the user's own, closed to others, and no

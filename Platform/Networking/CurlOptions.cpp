@@ -90,9 +90,6 @@ void CurlOptions::apply(CURL* handle) const
     // A cancelled transfer does not wait for the name server; its look-up ends by itself.
     setOption(handle, CURLOPT_QUICK_EXIT, 1L);
 
-    // One is made for each request, and its usual 64 KiB make the allocator give memory back to the
-    // system and ask for it again.
-    constexpr long sendBuffer = 16L * 1024;
     setOption(handle, CURLOPT_UPLOAD_BUFFERSIZE, sendBuffer);
 
     setOption(handle, CURLOPT_PROTOCOLS_STR, "http,https");

@@ -25,6 +25,10 @@ public:
     CurlOptions(const CurlOptions&) = delete;
     CurlOptions& operator=(const CurlOptions&) = delete;
 
+    /// libcurl makes such a buffer for each request, and its usual 64 KiB make the allocator give
+    /// memory back to the system and ask for it again.
+    static constexpr long sendBuffer = 16L * 1024;
+
     /// Sets everything that does not depend on a request.
     void apply(CURL* handle) const;
 

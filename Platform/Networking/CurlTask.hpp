@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
+#include <optional>
 
 namespace platform
 {
@@ -20,21 +22,27 @@ public:
     CurlTask(std::shared_ptr<CurlEngine> engine, URLRequest request,
              URLSession::Completion completion);
 
+    /// An upload of `file`.
+    CurlTask(std::shared_ptr<CurlEngine> engine, URLRequest request, std::filesystem::path file,
+             URLSession::Completion completion);
+
     void resume() override;
     void cancel() override;
     Progress& progress() override { return progress_; }
 
     std::int64_t countOfBytesExpectedToReceive() const override { return read(expectedToReceive_); }
     std::int64_t countOfBytesReceived() const override { return read(received_); }
-    std::int64_t countOfBytesExpectedToSend() const override { return expectedToSend_; }
+    std::int64_t countOfBytesExpectedToSend() const override { return read(expectedToSend_); }
     std::int64_t countOfBytesSent() const override { return read(sent_); }
 
     bool isCancelled() const noexcept { return cancelled_; }
 
     // The engine's.
     const URLRequest& request() const { return request_; }
+    const std::optional<std::filesystem::path>& file() const { return file_; }
     CurlTransfer* transfer = nullptr;
 
+    void noteToSend(std::int64_t bytes);
     void noteSent(std::int64_t bytes);
     void noteReceived(std::int64_t expected, std::int64_t bytes);
 
@@ -57,10 +65,11 @@ private:
 
     const std::shared_ptr<CurlEngine> engine_;
     URLRequest request_;
+    const std::optional<std::filesystem::path> file_;
     URLSession::Completion completion_;
     std::atomic<bool> resumed_ = false;
     std::atomic<bool> cancelled_ = false;
-    const std::int64_t expectedToSend_;
+    Count expectedToSend_ = -1;
     Count sent_ = 0;
     Count expectedToReceive_ = -1;
     Count received_ = 0;

@@ -3,6 +3,7 @@
 #include "Platform/Networking/CurlLoop.hpp"
 #include "Platform/Networking/CurlOptions.hpp"
 #include "Platform/Networking/CurlTask.hpp"
+#include "Platform/Networking/FileBody.hpp"
 #include "Platform/Networking/HeaderLines.hpp"
 #include "Platform/Networking/URLError.hpp"
 #include "Platform/Security/SecretBytes.hpp"
@@ -52,6 +53,8 @@ public:
 
 private:
     void setMethod(const URLRequest& request);
+    void setBody(const URLRequest& request);
+    void setFile();
     void setAddress(const URL& url);
     void setTimeLimit(std::chrono::milliseconds ofRequest);
 
@@ -67,6 +70,8 @@ private:
 
     static std::size_t headerCallback(char* data, std::size_t, std::size_t size, void* self);
     static std::size_t bodyCallback(char* data, std::size_t, std::size_t size, void* self);
+    static std::size_t readCallback(char* room, std::size_t, std::size_t size, void* self);
+    static int seekCallback(void* self, curl_off_t offset, int origin);
     static int sendCallback(void* self, char*, char*, int, int);
     static int progressCallback(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
 
@@ -80,6 +85,7 @@ private:
     const CurlOptions& options_;
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> easy_;
     std::shared_ptr<CurlTask> task_;
+    std::optional<FileBody> file_;
     HeaderLines headers_;
 
     // What the handle is set to.

@@ -27,6 +27,14 @@ std::shared_ptr<URLSessionTask> CurlURLSession::dataTask(URLRequest request, Com
     return std::make_shared<CurlTask>(engine_, std::move(request), std::move(completion));
 }
 
+std::shared_ptr<URLSessionTask> CurlURLSession::uploadTask(URLRequest request,
+                                                           std::filesystem::path file,
+                                                           Completion completion)
+{
+    return std::make_shared<CurlTask>(engine_, std::move(request), std::move(file),
+                                      std::move(completion));
+}
+
 void CurlURLSession::shutdown()
 {
     engine_->stop();

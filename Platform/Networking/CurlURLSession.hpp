@@ -33,6 +33,7 @@ class CurlEngine;
 class CurlURLSession final : public URLSession
 {
 public:
+    /// What may differ from one session to another.
     struct Configuration
     {
         /// Limits every transfer as a whole; the smaller of it and the request's own limit counts.
@@ -56,6 +57,11 @@ public:
     ~CurlURLSession() override;
 
     std::shared_ptr<URLSessionTask> dataTask(URLRequest request, Completion completion) override;
+
+    /// The file is read on the session's thread. Mind the request's time limit, which counts for
+    /// the whole upload.
+    std::shared_ptr<URLSessionTask> uploadTask(URLRequest request, std::filesystem::path file,
+                                               Completion completion) override;
 
     /// Ends all transfers with `CancellationError`, closes all connections and waits for the
     /// thread to end. Tasks that are resumed later end the same way, on the caller's thread. May be

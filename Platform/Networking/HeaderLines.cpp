@@ -57,7 +57,7 @@ void check(const HTTPHeader& header)
 
 }  // namespace
 
-curl_slist* HeaderLines::build(const URLRequest& request)
+curl_slist* HeaderLines::build(const URLRequest& request, bool hasBody)
 {
     constexpr std::size_t punctuation = sizeof(": ");
     std::size_t length = 0;
@@ -79,8 +79,7 @@ curl_slist* HeaderLines::build(const URLRequest& request)
         append(header.name, value.empty() ? ";" : ": ", value);
     }
     // libcurl looks for each of its own headers in this list, so a needless line costs time.
-    const bool hasBody = request.body || request.method != "GET";
-    const std::size_t adds = hasBody ? std::size(added) : 1;
+    const std::size_t adds = hasBody || request.method != "GET" ? std::size(added) : 1;
     for (const std::string_view name : std::span(added).first(adds))
         if (!request.header(name))
             append(name, ":", {});

@@ -17,9 +17,9 @@ class HeaderLines
 {
 public:
     /// The list for the request's headers, null when it is empty; valid until the next call of a
-    /// function here. It also takes away what libcurl would add by itself. Throws
-    /// `URLError::invalidHeader`.
-    curl_slist* build(const URLRequest& request);
+    /// function here. It also takes away what libcurl would add by itself, to a body above all.
+    /// Throws `URLError::invalidHeader`.
+    curl_slist* build(const URLRequest& request, bool hasBody);
 
     void clear() noexcept { text_.resize(0); }
 

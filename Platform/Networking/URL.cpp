@@ -81,7 +81,12 @@ std::optional<URL> URL::resolve(std::string_view base, std::string_view relative
     if (!relative.empty() && !apply(handle, relative, CURLU_URLENCODE))
         return std::nullopt;
 
+    // An escape in a host is undone once it is read, a number in what that gives only at the next
+    // reading: "127%2E1" is "127.1", and that is 127.0.0.1.
     auto text = part(handle, CURLUPART_URL);
+    if (!text || !apply(handle, *text, 0))
+        return std::nullopt;
+    text = part(handle, CURLUPART_URL);
     auto scheme = part(handle, CURLUPART_SCHEME);
     auto host = hostOf(handle);
     if (!text || !scheme || !host)

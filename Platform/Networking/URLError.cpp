@@ -45,6 +45,9 @@ constexpr Texts texts[] = {
     {invalidHeader, "URLError.invalidHeader",
      "cannot be sent. Remove line breaks and other control characters from it, and leave headers "
      "that frame the message to the session."},
+    {unreadableFile, "URLError.unreadableFile",
+     "The file to be sent cannot be read. Check that it is still there, that it is a file and no "
+     "folder, and that this program may read it."},
 };
 
 const Texts& textsOf(URLError::Code code)

@@ -15,6 +15,7 @@ namespace platform
 class URLError final : public LocalizedError
 {
 public:
+    /// Where the transfer failed.
     enum class Code
     {
         connectionRefused,  ///< No connection could be made.
@@ -29,6 +30,7 @@ public:
         insecureURL,        ///< Neither https nor http to this machine.
         invalidMethod,      ///< The method is no HTTP token.
         invalidHeader,      ///< A header's name or value cannot be sent; see `header()`.
+        unreadableFile,     ///< The file to be sent cannot be read, or got shorter meanwhile.
     };
 
     explicit URLError(Code code);

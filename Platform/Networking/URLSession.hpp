@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -39,7 +40,7 @@ public:
     virtual void cancel() = 0;
 
     /// Body bytes of both directions. The total is what is to be sent until the head of the answer
-    /// tells what comes; it is -1 when the answer does not tell.
+    /// tells what comes; it is -1 when the answer does not tell, and before an upload has started.
     virtual Progress& progress() = 0;
 
     /// Lengths of the bodies, without heads. -1: not known (yet).
@@ -71,6 +72,14 @@ public:
     /// `std::system_error` when the machine has no thread or descriptor left. A status such as 404
     /// is an answer, not an error.
     virtual std::shared_ptr<URLSessionTask> dataTask(URLRequest request, Completion completion) = 0;
+
+    /// The same with the contents of `file` as the body, which is read while it is sent and never
+    /// held as a whole; the request's own body is not used. The file is opened when the transfer
+    /// starts, and what it holds then is sent: one that cannot be read, is no regular file, or gets
+    /// shorter meanwhile ends the transfer with `URLError` (`unreadableFile`).
+    virtual std::shared_ptr<URLSessionTask> uploadTask(URLRequest request,
+                                                       std::filesystem::path file,
+                                                       Completion completion) = 0;
 
 protected:
     URLSession() = default;

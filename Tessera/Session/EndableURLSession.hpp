@@ -23,13 +23,26 @@ public:
     std::shared_ptr<platform::URLSessionTask> dataTask(platform::URLRequest request,
                                                        Completion completion) override
     {
-        auto task = next_->dataTask(std::move(request), std::move(completion));
+        return passedOn(next_->dataTask(std::move(request), std::move(completion)));
+    }
+
+    std::shared_ptr<platform::URLSessionTask> uploadTask(platform::URLRequest request,
+                                                         std::filesystem::path file,
+                                                         Completion completion) override
+    {
+        return passedOn(
+            next_->uploadTask(std::move(request), std::move(file), std::move(completion)));
+    }
+
+private:
+    std::shared_ptr<platform::URLSessionTask> passedOn(
+        std::shared_ptr<platform::URLSessionTask> task) const
+    {
         if (ended_)
             task->cancel();
         return task;
     }
 
-private:
     const std::shared_ptr<platform::URLSession> next_;
     std::atomic<bool> ended_ = false;
 };

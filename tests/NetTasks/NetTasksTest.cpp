@@ -1,10 +1,10 @@
+#include "NetTasks/AsyncURLSessionDataTask.hpp"
 #include "NetTasks/HTTPMethod.hpp"
 #include "NetTasks/SessionExtension.hpp"
 #include "Platform/Concurrency/CancellationError.hpp"
-#include "Platform/Concurrency/RunLoop.hpp"
 #include "Tessera/API/AccountRemoteError.hpp"
+#include "tests/NetTasks/TransferTest.hpp"
 #include "tests/support/ManualClock.hpp"
-#include "tests/support/ScriptedURLSession.hpp"
 
 #include <gtest/gtest.h>
 #include <boost/describe/class.hpp>
@@ -25,32 +25,8 @@ struct Event
 };
 BOOST_DESCRIBE_STRUCT(Event, (), (at))
 
-platform::URLRequest request()
+struct NetTasks : TransferTest
 {
-    return {.url = *platform::URL::parse("https://api.example.net/v2/account"),
-            .headers = {},
-            .body = {}};
-}
-
-struct NetTasks : testing::Test
-{
-    std::shared_ptr<platform::RunLoop> loop = std::make_shared<platform::RunLoop>();
-    std::shared_ptr<ScriptedURLSession> session = std::make_shared<ScriptedURLSession>();
-
-    template <class T>
-    Task<T> started(Awaitable<T> work)
-    {
-        auto task = Task<T>::start(platform::executorOf(loop), std::move(work));
-        loop->runReady();
-        return task;
-    }
-
-    template <class T>
-    T ended(const Task<T>& task)
-    {
-        return platform::runToEnd(loop, task.value());
-    }
-
     /// Runs a check against one answer; gives the error's name, or nothing when it was accepted.
     std::string checked(std::optional<int> status, std::string_view body)
     {

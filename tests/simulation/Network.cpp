@@ -16,7 +16,7 @@ struct Route
     Operation operation;
 };
 
-constexpr std::array<Route, 7> routes{{
+constexpr Route routes[]{
     {"POST", "/v2/auth/one-time-code", Operation::oneTimeCode},
     {"POST", "/v2/auth", Operation::signIn},
     {"DELETE", "/v2/auth", Operation::signOut},
@@ -24,7 +24,7 @@ constexpr std::array<Route, 7> routes{{
     {"DELETE", "/v2/account", Operation::deleteAccount},
     {"POST", "/v2/account/newsletter", Operation::newsletter},
     {"POST", "/v2/legal/terms/consent", Operation::consent},
-}};
+};
 
 int numberAfter(std::string_view text, std::string_view mark)
 {
@@ -68,6 +68,13 @@ public:
         return made;
     }
 
+    /// The session uploads nothing.
+    std::shared_ptr<platform::URLSessionTask> uploadTask(platform::URLRequest,
+                                                         std::filesystem::path, Completion) override
+    {
+        std::abort();
+    }
+
 private:
     Network& network_;
     const int host_;
@@ -77,9 +84,8 @@ private:
 
 std::string_view nameOf(Operation operation)
 {
-    constexpr std::array<std::string_view, 8> names{"one-time code", "sign-in",  "info",
-                                                    "sign-out",      "deletion", "newsletter",
-                                                    "consent",       "unknown"};
+    constexpr std::array names{"one-time code", "sign-in",    "info",    "sign-out",
+                               "deletion",      "newsletter", "consent", "unknown"};
     return names.at(static_cast<std::size_t>(operation));
 }
 

@@ -41,6 +41,26 @@ void ManualClock::advance(std::uint64_t nanoseconds)
         wait->fire();
 }
 
+void ManualClock::fireNext()
+{
+    std::shared_ptr<Wait> next;
+    {
+        const std::lock_guard lock(mutex_);
+        waits_.remove_if([](const auto& wait) { return wait.expired(); });
+        const auto shortest =
+            std::ranges::min_element(waits_, {}, [](const auto& wait) { return wait.lock()->due; });
+        if (shortest == waits_.end())
+            return;
+        next = shortest->lock();
+        waits_.erase(shortest);
+        // A clock that was moved past the end of a wait stays where it is.
+        const auto span = std::max(next->due, elapsed_) - elapsed_;
+        elapsed_ += span;
+        now_ = now_ + static_cast<double>(span) / 1e9;
+    }
+    next->fire();
+}
+
 std::size_t ManualClock::timers() const
 {
     const std::lock_guard lock(mutex_);

@@ -24,6 +24,16 @@ public:
     /// Moves both the wall time and the waits, and fires what is due, in order.
     void advance(std::uint64_t nanoseconds);
 
+    /// Moves on to the end of the shortest wait, and ends that one alone.
+    void fireNext();
+
+    /// Since the beginning, whatever the wall time was set to.
+    std::uint64_t elapsed() const
+    {
+        const std::lock_guard lock(mutex_);
+        return elapsed_;
+    }
+
     /// How many waits have not ended.
     std::size_t timers() const;
 

@@ -5,8 +5,8 @@ using namespace platform;
 KeychainStatus MemoryItemStore::add(const KeychainItem& item)
 {
     const std::lock_guard lock(mutex_);
-    if (failure_)
-        return *failure_;
+    if (const auto failed = writeFailure())
+        return *failed;
     return items_.emplace(item.identity, item).second ? KeychainStatus::success
                                                       : KeychainStatus::duplicateItem;
 }
@@ -14,8 +14,8 @@ KeychainStatus MemoryItemStore::add(const KeychainItem& item)
 KeychainStatus MemoryItemStore::replace(const ItemPattern& old, const KeychainItem& item)
 {
     const std::lock_guard lock(mutex_);
-    if (failure_)
-        return *failure_;
+    if (const auto failed = writeFailure())
+        return *failed;
     erase(old);
     return items_.emplace(item.identity, item).second ? KeychainStatus::success
                                                       : KeychainStatus::duplicateItem;
@@ -45,8 +45,8 @@ KeychainAnswer MemoryItemStore::copyMatching(const ItemPattern& pattern, ItemCon
 KeychainStatus MemoryItemStore::deleteMatching(const ItemPattern& pattern)
 {
     const std::lock_guard lock(mutex_);
-    if (failure_)
-        return *failure_;
+    if (const auto failed = writeFailure())
+        return *failed;
     return erase(pattern) > 0 ? KeychainStatus::success : KeychainStatus::itemNotFound;
 }
 
@@ -55,8 +55,8 @@ KeychainStatus MemoryItemStore::update(
     const std::function<std::optional<SecretBytes>(const SecretBytes*)>& change)
 {
     const std::lock_guard lock(mutex_);
-    if (failure_)
-        return *failure_;
+    if (const auto failed = writeFailure())
+        return *failed;
     const auto place = items_.find(identity);
     auto changed = change(place == items_.end() ? nullptr : &place->second.data);
     if (!changed)
@@ -74,6 +74,19 @@ void MemoryItemStore::fail(std::optional<KeychainStatus> status)
 {
     const std::lock_guard lock(mutex_);
     failure_ = status;
+}
+
+void MemoryItemStore::failAfterWrites(int writes, KeychainStatus status)
+{
+    const std::lock_guard lock(mutex_);
+    failureToCome_ = {writes, status};
+}
+
+std::optional<KeychainStatus> MemoryItemStore::writeFailure()
+{
+    if (failureToCome_ && failureToCome_->first-- <= 0)
+        failure_ = std::exchange(failureToCome_, std::nullopt)->second;
+    return failure_;
 }
 
 std::map<KeychainIdentity, KeychainItem> MemoryItemStore::items() const

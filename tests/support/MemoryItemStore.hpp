@@ -25,6 +25,8 @@ public:
 
     /// Every call is answered with this status, and does nothing, while it is set.
     void fail(std::optional<platform::KeychainStatus> status);
+    /// After so many more calls that write: as for a program that dies there.
+    void failAfterWrites(int writes, platform::KeychainStatus status);
 
     /// Everything that is stored, as it lies there, for a test that tampers with it or looks for
     /// what must not be in it.
@@ -32,9 +34,12 @@ public:
     void put(platform::KeychainItem item);
 
 private:
+    /// The status that a call that writes is answered with, where it fails.
+    std::optional<platform::KeychainStatus> writeFailure();
     std::size_t erase(const platform::ItemPattern& pattern);
 
     mutable std::mutex mutex_;
     std::map<platform::KeychainIdentity, platform::KeychainItem> items_;
     std::optional<platform::KeychainStatus> failure_;
+    std::optional<std::pair<int, platform::KeychainStatus>> failureToCome_;
 };

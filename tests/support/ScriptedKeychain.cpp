@@ -1,6 +1,7 @@
 #include "tests/support/ScriptedKeychain.hpp"
 
 #include "Platform/Security/Authentication/LocalAuthenticationContext.hpp"
+#include "tests/support/SecretText.hpp"
 
 #include <algorithm>
 #include <array>
@@ -44,11 +45,7 @@ std::string valueText(const platform::KeychainValue& value)
     return std::visit(
         Overloaded{[](bool flag) { return std::string(flag ? "true" : "false"); },
                    [](const std::string& given) { return given; },
-                   [](const platform::SecretBytes& bytes)
-                   {
-                       const auto view = bytes.view();
-                       return std::string(reinterpret_cast<const char*>(view.data()), view.size());
-                   },
+                   [](const platform::SecretBytes& bytes) { return text(bytes); },
                    [](platform::KeychainClass) { return std::string("kSecClassGenericPassword"); },
                    [](platform::KeychainAccessible accessible)
                    { return std::to_string(static_cast<int>(accessible)); },
@@ -99,7 +96,7 @@ std::string text(const KeychainQuery& query)
     return all;
 }
 
-/// Answers in the name of its keychain; the scope of `next` does the work, where there is one.
+/// Answers in the name of its keychain; the scope of `next` does the work.
 class ScriptedKeychain::Staged final : public platform::KeychainStagedScope
 {
 public:
@@ -109,18 +106,13 @@ public:
 
     KeychainStatus deleteMatching(const KeychainQuery& query) override
     {
-        Forward forward;
-        if (next_)
-            forward = [&] { return KeychainAnswer{next_->deleteMatching(query), {}}; };
-        return keychain_.answered(Operation::stagedDelete, query, forward).status;
+        return keychain_.status(Operation::stagedDelete, query,
+                                [&] { return next_->deleteMatching(query); });
     }
-
     KeychainStatus add(const KeychainQuery& attributes) override
     {
-        Forward forward;
-        if (next_)
-            forward = [&] { return KeychainAnswer{next_->add(attributes), {}}; };
-        return keychain_.answered(Operation::stagedAdd, attributes, forward).status;
+        return keychain_.status(Operation::stagedAdd, attributes,
+                                [&] { return next_->add(attributes); });
     }
 
 private:
@@ -162,26 +154,17 @@ int ScriptedKeychain::greatestOverlap()
 
 KeychainStatus ScriptedKeychain::add(const KeychainQuery& attributes)
 {
-    Forward forward;
-    if (next_)
-        forward = [&] { return KeychainAnswer{next_->add(attributes), {}}; };
-    return answered(Operation::add, attributes, forward).status;
+    return status(Operation::add, attributes, [&] { return next_->add(attributes); });
 }
 
 KeychainAnswer ScriptedKeychain::copyMatching(const KeychainQuery& query)
 {
-    Forward forward;
-    if (next_)
-        forward = [&] { return next_->copyMatching(query); };
-    return answered(Operation::copyMatching, query, forward);
+    return answered(Operation::copyMatching, query, [&] { return next_->copyMatching(query); });
 }
 
 KeychainStatus ScriptedKeychain::deleteMatching(const KeychainQuery& query)
 {
-    Forward forward;
-    if (next_)
-        forward = [&] { return KeychainAnswer{next_->deleteMatching(query), {}}; };
-    return answered(Operation::deleteMatching, query, forward).status;
+    return status(Operation::deleteMatching, query, [&] { return next_->deleteMatching(query); });
 }
 
 std::unique_ptr<platform::KeychainStagedScope> ScriptedKeychain::stage()
@@ -197,8 +180,14 @@ std::shared_ptr<const platform::AccessControl> ScriptedKeychain::makeAccessContr
     return makesAccessControl_ ? Keychain::makeAccessControl(accessible, flag) : nullptr;
 }
 
+KeychainStatus ScriptedKeychain::status(Operation operation, const KeychainQuery& query,
+                                        const std::function<KeychainStatus()>& forward)
+{
+    return answered(operation, query, [&] { return KeychainAnswer{forward(), {}}; }).status;
+}
+
 KeychainAnswer ScriptedKeychain::answered(Operation operation, const KeychainQuery& query,
-                                          const Forward& forward)
+                                          const std::function<KeychainAnswer()>& forward)
 {
     static constexpr std::array names{"add", "copy", "delete", "staged delete", "staged add"};
     const UnderWay counted;
@@ -220,7 +209,7 @@ KeychainAnswer ScriptedKeychain::answered(Operation operation, const KeychainQue
         return answer;
     }
     lock.unlock();
-    if (forward)
+    if (next_)
         return forward();
     const bool adds = operation == Operation::add || operation == Operation::stagedAdd;
     return {adds ? KeychainStatus::success : KeychainStatus::itemNotFound, {}};

@@ -58,9 +58,10 @@ public:
 private:
     class Staged;
 
-    using Forward = std::function<platform::KeychainAnswer()>;
     platform::KeychainAnswer answered(Operation operation, const platform::KeychainQuery& query,
-                                      const Forward& forward);
+                                      const std::function<platform::KeychainAnswer()>& forward);
+    platform::KeychainStatus status(Operation operation, const platform::KeychainQuery& query,
+                                    const std::function<platform::KeychainStatus()>& forward);
 
     const std::shared_ptr<platform::Keychain> next_;
     std::mutex mutex_;

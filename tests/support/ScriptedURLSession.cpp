@@ -10,6 +10,15 @@ std::shared_ptr<platform::URLSessionTask> ScriptedURLSession::dataTask(platform:
     return transfer;
 }
 
+std::shared_ptr<platform::URLSessionTask> ScriptedURLSession::uploadTask(
+    platform::URLRequest request, std::filesystem::path file, Completion completion)
+{
+    auto transfer = std::make_shared<Transfer>(*this, std::move(request), std::move(completion));
+    transfer->self = transfer;
+    transfer->file = std::move(file);
+    return transfer;
+}
+
 void ScriptedURLSession::Transfer::resume()
 {
     if (cancelled_)

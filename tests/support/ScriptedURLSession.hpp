@@ -20,6 +20,11 @@ public:
     std::shared_ptr<platform::URLSessionTask> dataTask(platform::URLRequest request,
                                                        Completion completion) override;
 
+    /// Nothing reads the file; it stands beside the request.
+    std::shared_ptr<platform::URLSessionTask> uploadTask(platform::URLRequest request,
+                                                         std::filesystem::path file,
+                                                         Completion completion) override;
+
     /// The transfers that were started, in order; the ended ones stay.
     std::vector<std::shared_ptr<Transfer>> started;
 };
@@ -32,6 +37,7 @@ public:
     {}
 
     const platform::URLRequest request;
+    std::filesystem::path file;
 
     bool ended() const { return !completion_; }
 

@@ -17,11 +17,7 @@ std::string TokenFactory::token(std::string_view payload) const
 
 std::string TokenFactory::token(std::string_view header, std::string_view payload) const
 {
-    return signedMessage(unsignedToken(header, payload));
-}
-
-std::string TokenFactory::signedMessage(std::string_view message) const
-{
+    const auto message = unsignedToken(header, payload);
     const auto hash = static_cast<platform::HashFunction>(algorithm_);
-    return std::string(message) + "." + platform::encodeBase64URL(key_.sign(message, hash));
+    return message + "." + platform::encodeBase64URL(key_.sign(message, hash));
 }

@@ -25,9 +25,6 @@ public:
     /// The signature is right for the factory's algorithm, whatever the header says.
     std::string token(std::string_view header, std::string_view payload) const;
 
-    /// Signs text that need not be base64url.
-    std::string signedMessage(std::string_view message) const;
-
 private:
     TestKey key_;
     tessera::JWTPublicKeyAlgorithm algorithm_;

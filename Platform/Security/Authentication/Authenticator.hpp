@@ -14,6 +14,7 @@ namespace platform
 class Authenticator
 {
 public:
+    /// What the user is asked for.
     struct Request
     {
         /// What the user must do: be present, show a finger, or enter the passcode.
@@ -26,6 +27,7 @@ public:
         std::stop_token ended;
     };
 
+    /// How the user answered.
     enum class Outcome
     {
         /// The user did what was demanded; for the passcode, `passcode` is what was entered.
@@ -35,6 +37,7 @@ public:
         unavailable,
     };
 
+    /// The outcome, and the passcode where one was demanded.
     struct Answer
     {
         Outcome outcome = Outcome::unavailable;

@@ -36,6 +36,7 @@ public:
     Passcode(std::shared_ptr<ItemStore> store, std::function<ProtectionServices()> services,
              PasscodeCost cost = {});
 
+    /// Whether there is a passcode; only where `status` is success.
     struct Answer
     {
         KeychainStatus status = KeychainStatus::success;

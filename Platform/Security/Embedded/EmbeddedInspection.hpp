@@ -52,6 +52,7 @@ struct EmbeddedFiles
     bool operator==(const EmbeddedFiles&) const = default;
 };
 
+/// What is known of the key without opening it.
 struct EmbeddedKey
 {
     bool isThere = false;

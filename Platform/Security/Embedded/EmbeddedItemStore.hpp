@@ -29,6 +29,7 @@ class StoreAccess;
 class EmbeddedItemStore final : public ItemStore
 {
 public:
+    /// Where the store lies, and whom it asks.
     struct Configuration
     {
         /// Holds `keychain.db`, and beside it what SQLite needs while the store is open.

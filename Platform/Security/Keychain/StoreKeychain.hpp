@@ -24,6 +24,7 @@ struct KeychainProgram
     bool opensSharedGroups = true;
 };
 
+/// On whose behalf a keychain works, as it is at one call.
 struct KeychainSurroundings
 {
     KeychainProgram program;

@@ -36,6 +36,7 @@ namespace platform
 class SecretServiceItemStore final : public ItemStore
 {
 public:
+    /// What may differ from one program to another.
     struct Configuration
     {
         DiagnosticSink diagnostics = {};

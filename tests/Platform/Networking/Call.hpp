@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <span>
@@ -50,10 +51,14 @@ class Call
 public:
     Call(platform::URLSession& session, platform::URLRequest request)
     {
-        auto promise = std::make_shared<std::promise<platform::URLCompletion>>();
-        end_ = promise->get_future();
-        task = session.dataTask(std::move(request), [promise](platform::URLCompletion completion)
-                                { promise->set_value(std::move(completion)); });
+        task = session.dataTask(std::move(request), completion());
+        task->resume();
+    }
+
+    /// An upload of the file.
+    Call(platform::URLSession& session, platform::URLRequest request, std::filesystem::path file)
+    {
+        task = session.uploadTask(std::move(request), std::move(file), completion());
         task->resume();
     }
 
@@ -73,6 +78,13 @@ public:
     std::shared_ptr<platform::URLSessionTask> task;
 
 private:
+    platform::URLSession::Completion completion()
+    {
+        auto promise = std::make_shared<std::promise<platform::URLCompletion>>();
+        end_ = promise->get_future();
+        return [promise](platform::URLCompletion ended) { promise->set_value(std::move(ended)); };
+    }
+
     std::future<platform::URLCompletion> end_;
 };
 

@@ -1,8 +1,8 @@
 #include "Platform/Networking/CurlURLSession.hpp"
 #include "tests/Platform/Networking/Call.hpp"
-#include "tests/support/ScriptedServer.hpp"
 #include "tests/support/TemporaryFolder.hpp"
-#include "tests/support/TestCertificate.hpp"
+#include "tools/scripted-server/ScriptedServer.hpp"
+#include "tools/scripted-server/TestCertificate.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "Platform/Networking/CurlURLSession.hpp"
 #include "Platform/Networking/URLError.hpp"
 #include "tests/Platform/Networking/Call.hpp"
-#include "tests/support/ScriptedServer.hpp"
+#include "tools/scripted-server/ScriptedServer.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -82,8 +82,8 @@ TEST(URL, ReadsItsOwnSpellingAsTheSameAddress)
 TEST(URL, KnowsThisMachineByItsSpellingAlone)
 {
     for (const auto* address :
-         {"http://127.0.0.1/", "http://127.255.0.1", "http://127.1", "http://0x7f000001/",
-          "http://[::1]:80/", "http://localhost/", "http://LocalHost:81/"})
+         {"http://127.0.0.1/", "http://127.255.0.1", "http://127.1", "http://127%2E1/",
+          "http://0x7f000001/", "http://[::1]:80/", "http://localhost/", "http://LocalHost:81/"})
         EXPECT_TRUE(URL::parse(address)->isLoopback()) << address;
     for (const auto* address :
          {"http://127.0.0.1.example.net/", "http://localhost.example.net/", "http://localhost./",

@@ -12,6 +12,7 @@
 #include <vector>
 
 class TestCertificate;
+struct ssl_ctx_st;
 
 /// A server on a loopback port that does to each connection what its script says, in whatever way
 /// HTTP forbids, and that keeps the bytes which it was sent.
@@ -26,8 +27,9 @@ public:
 
     explicit ScriptedServer(Script script);
 
-    /// The same over TLS. The certificate must live longer.
+    /// The same over TLS. The certificate, or the context that has one, must live longer.
     ScriptedServer(Script script, const TestCertificate& certificate);
+    ScriptedServer(Script script, ssl_ctx_st* context);
 
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
@@ -47,6 +49,12 @@ public:
     /// What `readRequest` read, in order.
     std::vector<std::string> requests() const;
 
+    /// All bytes that came, over TLS the decrypted ones, by connection.
+    std::vector<std::string> received() const;
+
+    /// The bytes that were sent, or lie in the buffers of the machine.
+    std::size_t sent() const;
+
     /// How many connections were accepted, and how many of them have not ended.
     int accepted() const;
     int open() const;
@@ -62,7 +70,7 @@ private:
     bool waitUntil(const std::function<bool()>& condition) const;
 
     const Script script_;
-    const TestCertificate* const certificate_;
+    ssl_ctx_st* const context_;
     const int listener_;
     int port_ = 0;
 
@@ -70,6 +78,7 @@ private:
     mutable std::condition_variable changed_;
     std::list<Connection> connections_;
     std::vector<std::string> requests_;
+    std::size_t sent_ = 0;
     int open_ = 0;
     bool stopping_ = false;
     std::thread thread_;
@@ -92,8 +101,17 @@ public:
 
     void send(std::string_view bytes);
 
+    /// Sends it byte by byte, with a pause after each.
+    void drip(std::string_view bytes, std::chrono::milliseconds pause);
+
     /// Sends it again and again until the client is gone.
     void sendForever(std::string_view bytes, std::chrono::milliseconds pause = {});
+
+    /// Waits, but not for longer than the client is there.
+    void sleep(std::chrono::milliseconds pause);
+
+    /// Whether the client was there when something was last asked for.
+    bool isOpen() const { return !gone_; }
 
     /// Reads and forgets until the client is gone.
     void hold();
@@ -108,14 +126,16 @@ private:
     friend class ScriptedServer;
     struct Secured;
 
-    bool secure(const TestCertificate& certificate);
+    bool secure(ssl_ctx_st* context);
     bool receive();
+    void keep(std::string_view bytes);
     std::string take(std::size_t length);
 
     ScriptedServer& server_;
     int socket_;
     bool gone_ = false;
     std::string buffer_;
+    std::string received_;
     std::unique_ptr<Secured> secured_;
     std::thread thread_;
 };

@@ -1,6 +1,6 @@
-#include "tests/support/ScriptedServer.hpp"
+#include "tools/scripted-server/ScriptedServer.hpp"
 
-#include "tests/support/TestCertificate.hpp"
+#include "tools/scripted-server/TestCertificate.hpp"
 
 #include "Platform/Concurrency/Thread.hpp"
 
@@ -63,14 +63,15 @@ std::size_t announcedLength(std::string head)
 }  // namespace
 
 ScriptedServer::ScriptedServer(Script script)
-    : script_(std::move(script)), certificate_(nullptr), listener_(listenOnLoopback())
-{
-    port_ = portOf(listener_);
-    thread_ = platform::startThread("test-server", [this] { accept(); });
-}
+    : ScriptedServer(std::move(script), static_cast<SSL_CTX*>(nullptr))
+{}
 
 ScriptedServer::ScriptedServer(Script script, const TestCertificate& certificate)
-    : script_(std::move(script)), certificate_(&certificate), listener_(listenOnLoopback())
+    : ScriptedServer(std::move(script), certificate.context())
+{}
+
+ScriptedServer::ScriptedServer(Script script, ssl_ctx_st* context)
+    : script_(std::move(script)), context_(context), listener_(listenOnLoopback())
 {
     port_ = portOf(listener_);
     thread_ = platform::startThread("test-server", [this] { accept(); });
@@ -109,8 +110,8 @@ std::string ScriptedServer::ok(std::string_view body)
 
 std::string ScriptedServer::address(std::string_view path) const
 {
-    return (certificate_ ? "https" : "http") + std::string("://127.0.0.1:") +
-           std::to_string(port_) + std::string(path);
+    return (context_ ? "https" : "http") + std::string("://127.0.0.1:") + std::to_string(port_) +
+           std::string(path);
 }
 
 void ScriptedServer::accept()
@@ -133,7 +134,7 @@ void ScriptedServer::accept()
 
 void ScriptedServer::serve(Connection& connection)
 {
-    if (!certificate_ || connection.secure(*certificate_))
+    if (!context_ || connection.secure(context_))
         script_(connection);
     connection.close();
     const std::lock_guard lock(mutex_);
@@ -145,6 +146,21 @@ std::vector<std::string> ScriptedServer::requests() const
 {
     const std::lock_guard lock(mutex_);
     return requests_;
+}
+
+std::vector<std::string> ScriptedServer::received() const
+{
+    const std::lock_guard lock(mutex_);
+    std::vector<std::string> all;
+    for (const Connection& connection : connections_)
+        all.push_back(connection.received_);
+    return all;
+}
+
+std::size_t ScriptedServer::sent() const
+{
+    const std::lock_guard lock(mutex_);
+    return sent_;
 }
 
 int ScriptedServer::accepted() const
@@ -190,10 +206,10 @@ ScriptedServer::Connection::~Connection()
     ::close(socket_);
 }
 
-bool ScriptedServer::Connection::secure(const TestCertificate& certificate)
+bool ScriptedServer::Connection::secure(ssl_ctx_st* context)
 {
     secured_ = std::make_unique<Secured>();
-    secured_->ssl.reset(SSL_new(certificate.context()));
+    secured_->ssl.reset(SSL_new(context));
     SSL_set_fd(secured_->ssl.get(), socket_);
     gone_ = SSL_accept(secured_->ssl.get()) != 1;
     return !gone_;
@@ -207,8 +223,15 @@ bool ScriptedServer::Connection::receive()
                                 : ::recv(socket_, bytes, sizeof bytes, 0);
     gone_ = got <= 0;
     if (!gone_)
-        buffer_.append(bytes, static_cast<std::size_t>(got));
+        keep({bytes, static_cast<std::size_t>(got)});
     return !gone_;
+}
+
+void ScriptedServer::Connection::keep(std::string_view bytes)
+{
+    buffer_.append(bytes);
+    const std::lock_guard lock(server_.mutex_);
+    received_.append(bytes);
 }
 
 std::string ScriptedServer::Connection::take(std::size_t length)
@@ -252,8 +275,20 @@ void ScriptedServer::Connection::send(std::string_view bytes)
             secured_ ? SSL_write(secured_->ssl.get(), bytes.data(), static_cast<int>(bytes.size()))
                      : ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         gone_ = sent <= 0;
-        if (!gone_)
-            bytes.remove_prefix(static_cast<std::size_t>(sent));
+        if (gone_)
+            return;
+        bytes.remove_prefix(static_cast<std::size_t>(sent));
+        const std::lock_guard lock(server_.mutex_);
+        server_.sent_ += static_cast<std::size_t>(sent);
+    }
+}
+
+void ScriptedServer::Connection::drip(std::string_view bytes, std::chrono::milliseconds pause)
+{
+    for (; !gone_ && !bytes.empty(); bytes.remove_prefix(1))
+    {
+        send(bytes.substr(0, 1));
+        sleep(pause);
     }
 }
 
@@ -263,11 +298,16 @@ void ScriptedServer::Connection::sendForever(std::string_view bytes,
     while (!gone_)
     {
         send(bytes);
-        // A client that is gone is noticed within the pause, not after it.
-        pollfd client{socket_, POLLRDHUP, 0};
-        if (::poll(&client, 1, static_cast<int>(pause.count())) != 0)
-            gone_ = true;
+        sleep(pause);
     }
+}
+
+void ScriptedServer::Connection::sleep(std::chrono::milliseconds pause)
+{
+    // A client that is gone is noticed within the pause, not after it.
+    pollfd client{socket_, POLLRDHUP, 0};
+    if (::poll(&client, 1, static_cast<int>(pause.count())) != 0)
+        gone_ = true;
 }
 
 void ScriptedServer::Connection::hold()
@@ -287,6 +327,11 @@ void ScriptedServer::Connection::close()
 
 void ScriptedServer::Connection::reset()
 {
+    // What the client sent was taken by this machine, whether a script reads it or not.
+    char unread[16 * 1024];
+    const auto left = secured_ ? 0 : ::recv(socket_, unread, sizeof unread, MSG_DONTWAIT);
+    if (left > 0)
+        keep({unread, static_cast<std::size_t>(left)});
     const linger abort{1, 0};
     ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
     // Closed by connecting to nothing: the number must not be used again before the destructor.

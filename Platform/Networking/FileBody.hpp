@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <span>
+
+namespace platform
+{
+
+/// The file that an upload sends: as many bytes as it held when it was opened. Throws `URLError`
+/// (`unreadableFile`) for everything that keeps it from that.
+class FileBody
+{
+public:
+    explicit FileBody(const std::filesystem::path& file);
+    FileBody(const FileBody&) = delete;
+    FileBody& operator=(const FileBody&) = delete;
+    ~FileBody();
+
+    std::int64_t size() const noexcept { return size_; }
+
+    /// Fills the room with what comes next; 0 at the end alone.
+    std::size_t read(std::span<std::byte> room);
+
+    /// Where the next read begins.
+    void seek(std::int64_t offset) noexcept { offset_ = offset; }
+
+private:
+    const int descriptor_;
+    std::int64_t size_ = 0;
+    std::int64_t offset_ = 0;
+};
+
+}  // namespace platform
