@@ -8,11 +8,12 @@ set(header_folder ${CMAKE_INSTALL_INCLUDEDIR}/tessera)
 
 set_target_properties(tessera-platform PROPERTIES EXPORT_NAME platform)
 set_target_properties(tessera-nettasks PROPERTIES EXPORT_NAME nettasks)
+set_target_properties(tessera-codingextras PROPERTIES EXPORT_NAME codingextras)
 set_target_properties(tessera-valet PROPERTIES EXPORT_NAME valet)
-set_target_properties(tessera tessera-valet tessera-nettasks tessera-platform PROPERTIES
+set_target_properties(tessera tessera-valet tessera-nettasks tessera-codingextras tessera-platform PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 
-install(TARGETS tessera tessera-valet tessera-nettasks tessera-platform EXPORT TesseraTargets
+install(TARGETS tessera tessera-valet tessera-nettasks tessera-codingextras tessera-platform EXPORT TesseraTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${header_folder}
