@@ -6,6 +6,7 @@
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
 
+#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
@@ -25,7 +26,12 @@ struct Judge
     Verdict (*judge)(const boost::json::object& record, const boost::json::object& meta);
     /// Cases with a label are counted in a line of their own.
     std::string (*label)(const boost::json::object& record) = nullptr;
+    /// How many cases are judged at a time. More than one is for cases that mostly wait.
+    std::size_t atOnce = 1;
 };
+
+/// For cases that wait for a time limit.
+inline constexpr std::size_t manyAtOnce = 8;
 
 /// The members of records that most judges need. Throw when there is no such text.
 std::string_view textOf(const boost::json::object& record, std::string_view key);
@@ -41,11 +47,14 @@ std::string nameFromText(const boost::json::object& record);
 std::span<const Judge> addressJudges();
 std::span<const Judge> codingJudges();
 std::span<const Judge> dateJudges();
+std::span<const Judge> extrasJudges();
+std::span<const Judge> faultJudges();
 std::span<const Judge> languageJudges();
 std::span<const Judge> recordJudges();
 std::span<const Judge> signatureJudges();
 std::span<const Judge> suiteJudges();
 std::span<const Judge> textJudges();
+std::span<const Judge> tlsJudges();
 std::span<const Judge> tokenJudges();
 std::vector<Judge> allJudges();
 

@@ -29,9 +29,9 @@ std::string nameFromText(const boost::json::object& record)
 std::vector<Judge> allJudges()
 {
     std::vector<Judge> all;
-    for (const auto judges :
-         {signatureJudges(), tokenJudges(), suiteJudges(), recordJudges(), codingJudges(),
-          textJudges(), dateJudges(), addressJudges(), languageJudges()})
+    for (const auto judges : {signatureJudges(), tokenJudges(), suiteJudges(), recordJudges(),
+                              codingJudges(), textJudges(), dateJudges(), addressJudges(),
+                              languageJudges(), extrasJudges(), faultJudges(), tlsJudges()})
         all.insert(all.end(), judges.begin(), judges.end());
     return all;
 }

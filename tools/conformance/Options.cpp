@@ -18,7 +18,9 @@ constexpr auto purpose =
     R"(Judges this build of the account framework by data files of cases with stated answers.
 
 It knows the files by their names, in any of the folders, and passes over what it does not know.
-Every case is judged in a child process: a crash or a hang is a failure of that case alone.)";
+Every case is judged in a child process: a crash or a hang is a failure of that case alone.
+Cases that call a server have one on a loopback port of this machine, and certificates made for
+the run. With a terminal as standard error, a line there tells how far the run is.)";
 
 constexpr auto epilogue = R"(
 Exit codes:

@@ -70,13 +70,22 @@ void judgeFile(Report& report, const DataFile& file, const Settings& settings,
                       const auto line = std::string(each.judge->file) + ": " + each.name;
                       return line.find(settings.filter) == line.npos;
                   });
-    std::vector<Row> rows;
-    judgeApart(cases, settings.timeLimit,
+    if (cases.empty())
+        return;
+    const Judge& judge = *cases.front().judge;
+    std::vector<Verdict> verdicts(cases.size());
+    std::size_t judged = 0;
+    judgeApart(cases, judge.atOnce, settings.timeLimit,
                [&](std::size_t at, Verdict verdict)
                {
-                   const Case& each = cases[at];
-                   enter(report, rowOf(rows, each), each, std::move(verdict), entryOf(known, each));
+                   verdicts[at] = std::move(verdict);
+                   if (settings.progress)
+                       settings.progress(judge.file, ++judged, cases.size());
                });
+    std::vector<Row> rows;
+    for (std::size_t at = 0; at < cases.size(); ++at)
+        enter(report, rowOf(rows, cases[at]), cases[at], std::move(verdicts[at]),
+              entryOf(known, cases[at]));
     report.rows.insert(report.rows.end(), rows.begin(), rows.end());
 }
 

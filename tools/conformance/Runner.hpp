@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ struct Settings
     std::string filter;
     std::chrono::milliseconds timeLimit{10'000};
     bool json = false;
+    /// Hears of every verdict, with how many of the file's cases have theirs and how many there
+    /// are.
+    std::function<void(std::string_view file, std::size_t judged, std::size_t all)> progress = {};
 };
 
 struct Counts

@@ -13,8 +13,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <list>
+#include <memory>
 #include <optional>
 #include <system_error>
+#include <vector>
 
 namespace conformance
 {
@@ -125,6 +128,9 @@ public:
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
+    /// Where its verdicts come from.
+    int input() const { return input_; }
+
     /// The next verdict; nothing when there comes none in time.
     std::optional<Verdict> next(Clock::time_point deadline)
     {
@@ -197,22 +203,87 @@ private:
     bool wasLate_ = false;
 };
 
+/// Cases that one child at a time is at.
+class Lane
+{
+public:
+    Lane(std::span<const Case> cases, std::size_t begin, std::size_t end,
+         std::chrono::milliseconds limit)
+        : cases_(cases), at_(begin), end_(end), limit_(limit)
+    {
+        start();
+    }
+
+    bool isDone() const { return at_ == end_; }
+    int input() const { return worker_->input(); }
+    Clock::time_point deadline() const { return deadline_; }
+
+    /// Takes the next verdict, which has come or is late.
+    void step(const std::function<void(std::size_t, Verdict)>& take)
+    {
+        auto verdict = worker_->next(deadline_);
+        const bool lives = verdict.has_value();
+        take(at_++, lives ? std::move(*verdict)
+                          : Verdict::failed("an answer within the time limit", worker_->end()));
+        deadline_ = Clock::now() + limit_;
+        if (!lives && !isDone())
+            start();
+    }
+
+private:
+    void start()
+    {
+        worker_ = std::make_unique<Worker>(cases_.subspan(at_, end_ - at_));
+        deadline_ = Clock::now() + limit_;
+    }
+
+    std::span<const Case> cases_;
+    std::size_t at_;
+    std::size_t end_;
+    std::chrono::milliseconds limit_;
+    std::unique_ptr<Worker> worker_;
+    Clock::time_point deadline_;
+};
+
+using Lanes = std::list<Lane>;
+
+/// The lane that has something to say, or whose time is up first when none has.
+Lanes::iterator nextOf(Lanes& lanes)
+{
+    const auto first = std::ranges::min_element(lanes, {}, &Lane::deadline);
+    std::vector<pollfd> polls;
+    for (const Lane& lane : lanes)
+        polls.push_back({lane.input(), POLLIN, 0});
+    for (;;)
+    {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(first->deadline() - Clock::now());
+        const int ready =
+            ::poll(polls.data(), polls.size(), std::max(0, static_cast<int>(left.count())));
+        if (ready == 0 || (ready < 0 && errno != EINTR))
+            return first;
+        for (auto lane = lanes.begin(); ready > 0 && lane != lanes.end(); ++lane)
+            if (polls[static_cast<std::size_t>(std::distance(lanes.begin(), lane))].revents != 0)
+                return lane;
+    }
+}
+
 }  // namespace
 
-void judgeApart(std::span<const Case> cases, std::chrono::milliseconds limit,
+void judgeApart(std::span<const Case> cases, std::size_t atOnce, std::chrono::milliseconds limit,
                 const std::function<void(std::size_t, Verdict)>& take)
 {
+    const std::size_t piece = atOnce > 1 ? 1 : cases.size();
     std::size_t at = 0;
-    while (at < cases.size())
+    Lanes lanes;
+    while (at < cases.size() || !lanes.empty())
     {
-        Worker worker(cases.subspan(at));
-        for (bool lives = true; lives && at < cases.size(); ++at)
-        {
-            auto verdict = worker.next(Clock::now() + limit);
-            lives = verdict.has_value();
-            take(at, lives ? std::move(*verdict)
-                           : Verdict::failed("an answer within the time limit", worker.end()));
-        }
+        for (; lanes.size() < atOnce && at < cases.size(); at += piece)
+            lanes.emplace_back(cases, at, at + piece, limit);
+        const auto lane = nextOf(lanes);
+        lane->step(take);
+        if (lane->isDone())
+            lanes.erase(lane);
     }
 }
 

@@ -1,8 +1,8 @@
+#include "tests/tools/conformance/Failures.hpp"
+
 #include "Platform/Coding/Base64.hpp"
-#include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/TestKey.hpp"
 #include "tests/support/TokenFactory.hpp"
-#include "tools/conformance/Report.hpp"
 
 #include <boost/algorithm/hex.hpp>
 #include <boost/json/serialize.hpp>
@@ -15,18 +15,6 @@ namespace
 {
 
 using boost::json::object;
-
-/// The names of the cases that fail when the file holds these.
-std::vector<std::string> failuresOf(std::string_view file, std::string_view cases)
-{
-    TemporaryFolder folder;
-    folder.write(file, cases);
-    std::vector<std::string> names;
-    const Settings settings{.folders = {folder.path()}, .filter = {}};
-    for (const auto& failure : run(settings, allJudges(), {}).failures)
-        names.push_back(failure.name);
-    return names;
-}
 
 TEST(ConformanceJudges, TellRightAnswersFromWrongOnes)
 {
@@ -77,6 +65,14 @@ TEST(ConformanceJudges, TellRightAnswersFromWrongOnes)
          R"([{"languages":["de","fr"],"header":"de;q=1.0, fr;q=0.8"},
             {"languages":["it"],"header":"it"}])",
          {R"(["it"])"}},
+        {"codingkeys.json",
+         R"([{"text":"7"},{"text":"-3","integer":"-3"},{"text":"07","integer":"7"}])",
+         {R"("07")"}},
+        {"properties.json",
+         R"([{"why":"UInt","json":"{}"},{"why":"true","json":"{\"k\":true}"},
+            {"why":"integer","json":"{\"k\":true}"},{"why":"Float","json":"{\"k\":1}"},
+            {"why":"surprise","json":"{}"}])",
+         {"integer", "Float", "surprise"}},
         {"snake.json",
          R"([{"key":"one_two","converted":"oneTwo"},
             {"key":"a_b","converted":"a_b"}])",
@@ -143,14 +139,27 @@ TEST(ConformanceJudges, CompareRecordsAndDecodingErrors)
         decoding("HTTPMethod", "refused", "[", {{"ok", {{"method", "get"}}}, {"strict", false}}),
         decoding("HTTPMethod", "accepted", "\"put\"",
                  {{"ok", {{"method", "get"}}}, {"strict", false}}),
-        decoding("DecodableValue", "not here yet", "1", {{"ok", 1}}),
+        decoding("DecodableValue", "integer", "1.0",
+                 {{"ok", {{"intValue", "1"}, {"stringValue", nullptr}}}}),
+        decoding("DecodableValue", "no text", "1",
+                 {{"ok", {{"intValue", "1"}, {"stringValue", "1"}}}}),
+        decoding(
+            "CustomPropertiesContainer", "members", R"({"t":"1","i":1,"b":true,"f":1.5})",
+            {{"ok",
+              {{"t", {{"text", "1"}}}, {"i", {{"integer", "1"}}}, {"b", {{"boolean", true}}}}}}),
+        decoding("CustomPropertiesContainer", "other kind", R"({"b":true})",
+                 {{"ok", {{"b", {{"integer", "1"}}}}}}),
         decoding("Surprise", "no such type", "1", {{"ok", 1}}),
     };
 
-    const std::vector<std::string> expected{
-        R"(AccountToken "other fields")", R"(AccountToken "other key")",
-        R"(HTTPMethod "other kind")",     R"(AccountToken "other path")",
-        R"(HTTPMethod "accepted")",       R"(Surprise "no such type")"};
+    const std::vector<std::string> expected{R"(AccountToken "other fields")",
+                                            R"(AccountToken "other key")",
+                                            R"(HTTPMethod "other kind")",
+                                            R"(AccountToken "other path")",
+                                            R"(HTTPMethod "accepted")",
+                                            R"(DecodableValue "no text")",
+                                            R"(CustomPropertiesContainer "other kind")",
+                                            R"(Surprise "no such type")"};
     EXPECT_EQ(failuresOf("json.json", boost::json::serialize(cases)), expected);
 }
 

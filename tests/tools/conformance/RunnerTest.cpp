@@ -2,10 +2,11 @@
 
 #include "tests/support/TemporaryFolder.hpp"
 #include "tools/conformance/Failure.hpp"
-#include "tools/conformance/Report.hpp"
 
 #include <gmock/gmock.h>
 
+#include <pthread.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -18,6 +19,21 @@ namespace
 {
 
 using boost::json::object;
+
+/// Where three processes wait for each other.
+pthread_barrier_t* newMeetingPlace()
+{
+    void* const shared = ::mmap(nullptr, sizeof(pthread_barrier_t), PROT_READ | PROT_WRITE,
+                                MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    auto* const barrier = static_cast<pthread_barrier_t*>(shared);
+    pthread_barrierattr_t attributes;
+    pthread_barrierattr_init(&attributes);
+    pthread_barrierattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+    pthread_barrier_init(barrier, &attributes, 3);
+    return barrier;
+}
+
+pthread_barrier_t* const meetingPlace = newMeetingPlace();
 
 /// Does to its process what the case says.
 Verdict misbehave(const object& record, const object&)
@@ -36,9 +52,11 @@ Verdict misbehave(const object& record, const object&)
         throw 1;
     while (what == "hang")
         ::pause();
+    if (what == "meet")
+        pthread_barrier_wait(meetingPlace);
     if (what == "none")
         return Verdict::notApplicable();
-    return Verdict::passedIf(what == "pass", "pass", what);
+    return Verdict::passedIf(what == "pass" || what == "meet", "pass", what);
 }
 
 std::string label(const object& record)
@@ -52,19 +70,16 @@ std::string name(const object& record)
 }
 
 constexpr Judge judges[] = {{"fake.json", name, misbehave, label},
-                            {"absent.json", name, misbehave}};
-
-std::string lastLineOf(const std::string& text)
-{
-    return text.substr(text.rfind('\n', text.size() - 2) + 1);
-}
+                            {"absent.json", name, misbehave},
+                            {"together.json", name, misbehave, label, 3}};
 
 class ConformanceRunner : public testing::Test
 {
 protected:
-    Report runOn(std::string_view cases, std::span<const KnownDisagreement> known = {})
+    Report runOn(std::string_view cases, std::span<const KnownDisagreement> known = {},
+                 std::string_view file = "fake.json")
     {
-        folder.write("fake.json", cases);
+        folder.write(file, cases);
         return run(settings, judges, known);
     }
 
@@ -75,11 +90,6 @@ protected:
 TEST_F(ConformanceRunner, FailsTheCaseThatEndsItsProcessAndJudgesTheRest)
 {
     settings.timeLimit = std::chrono::milliseconds(200);
-
-    const Report report = runOn(R"([{"text":"abort"},{"text":"pass"},{"text":"die"},
-        {"text":"exit"},{"text":"hang"},{"text":"hang"},{"text":"throw"},{"text":"throw a number"},
-        {"text":"wrong"},{"text":"none"},{"text":"pass"}])");
-
     const std::vector<std::pair<std::string, std::string>> expected{
         {"abort", "a crash: Aborted"},
         {"die", "a crash: Killed"},
@@ -89,13 +99,31 @@ TEST_F(ConformanceRunner, FailsTheCaseThatEndsItsProcessAndJudgesTheRest)
         {"throw", "the error boom"},
         {"throw a number", "an unknown error"},
         {"wrong", "wrong"}};
-    std::vector<std::pair<std::string, std::string>> failures;
-    for (const auto& failure : report.failures)
-        failures.emplace_back(failure.name, failure.found);
-    EXPECT_EQ(failures, expected);
-    EXPECT_EQ(report.total().passed, 2u);
-    EXPECT_EQ(report.total().notApplicable, 1u);
-    EXPECT_EQ(lastLineOf(asText(report)), "total           2       8       0               1\n");
+
+    // One after the other, and several at a time.
+    for (const auto* file : {"fake.json", "together.json"})
+    {
+        const Report report = runOn(R"([{"text":"abort"},{"text":"pass"},{"text":"die"},
+            {"text":"exit"},{"text":"hang"},{"text":"hang"},{"text":"throw"},
+            {"text":"throw a number"},{"text":"wrong"},{"text":"none"},{"text":"pass"}])",
+                                    {}, file);
+
+        std::vector<std::pair<std::string, std::string>> failures;
+        for (const auto& failure : report.failures)
+            failures.emplace_back(failure.name, failure.found);
+        EXPECT_EQ(failures, expected) << file;
+        EXPECT_EQ(report.total().passed, 2u) << file;
+        EXPECT_EQ(report.total().notApplicable, 1u) << file;
+        std::filesystem::remove(folder.path() / file);
+    }
+}
+
+TEST_F(ConformanceRunner, JudgesCasesThatWaitAtTheSameTime)
+{
+    const Report report =
+        runOn(R"([{"text":"meet"},{"text":"meet"},{"text":"meet"}])", {}, "together.json");
+
+    EXPECT_EQ(report.total().passed, 3u);
 }
 
 TEST_F(ConformanceRunner, CountsKnownDisagreementsApartUntilTheyPass)
@@ -137,7 +165,7 @@ TEST_F(ConformanceRunner, SaysWhatItPassesOver)
     const Report report = runOn(R"([{"text":"pass"}])");
 
     EXPECT_THAT(report.passedOver, testing::ElementsAre(folder.path() / "strange.json"));
-    EXPECT_THAT(report.missing, testing::ElementsAre("absent.json"));
+    EXPECT_THAT(report.missing, testing::ElementsAre("absent.json", "together.json"));
 }
 
 TEST_F(ConformanceRunner, RefusesFilesOfAnotherForm)
