@@ -1,9 +1,9 @@
 #include "tools/tessera/Actions.hpp"
 
 #include "Tessera/Model/AccountError.hpp"
+#include "tools/shared/Terminal.hpp"
 #include "tools/tessera/Host.hpp"
 #include "tools/tessera/Input.hpp"
-#include "tools/tessera/Terminal.hpp"
 #include "tools/tessera/Watching.hpp"
 
 namespace commandline

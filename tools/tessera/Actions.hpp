@@ -3,9 +3,9 @@
 #include "Tessera/Model/AccountState.hpp"
 #include "Tessera/Session/AccountDiagnostic.hpp"
 #include "Tessera/Session/AccountTransition.hpp"
+#include "tools/shared/Interrupts.hpp"
 #include "tools/tessera/Command.hpp"
 #include "tools/tessera/Failure.hpp"
-#include "tools/tessera/Interrupts.hpp"
 
 #include <optional>
 #include <string>

@@ -20,26 +20,6 @@ namespace
 
 using tessera::AccountRemoteError;
 
-/// A description of the framework is a sentence and, mostly, a second one that says what to do.
-std::pair<std::string, std::string> sentenceAndRest(const std::string& description)
-{
-    const auto end = description.find(". ");
-    if (end == std::string::npos)
-        return {description, ""};
-    return {description.substr(0, end + 1), description.substr(end + 2)};
-}
-
-/// `next` takes the place of the description's own advice, unless it is empty.
-Report report(ExitCode exitCode, const platform::LocalizedError& error,
-              const std::string& next = {})
-{
-    const auto [message, rest] = sentenceAndRest(error.errorDescription());
-    // A server may say more than a terminal should show.
-    constexpr std::size_t longest = 500;
-    return {exitCode, error.what(), platform::abbreviated(message, longest),
-            platform::abbreviated(next.empty() ? rest : next, longest)};
-}
-
 Report report(const platform::URLError& error)
 {
     using Code = platform::URLError::Code;
@@ -161,8 +141,7 @@ Report report(const Failure& failure)
 
 Report report(const std::bad_alloc&)
 {
-    return {ExitCode::internal, "outOfMemory", "The memory of this machine is used up.",
-            "Close other programs and try again."};
+    return outOfMemory();
 }
 
 /// The report of the first of these types that the error is.
@@ -174,47 +153,10 @@ Report reportAs(const std::exception& error)
     if constexpr (sizeof...(Rest) > 0)
         return reportAs<Rest...>(error);
     else
-        return {ExitCode::internal, "internal",
-                "Something unexpected failed: " + platform::describe(error) + ".",
-                "Try again, and report it if that does not help."};
+        return unexpected(error);
 }
 
 }  // namespace
-
-std::string_view className(ExitCode code)
-{
-    switch (code)
-    {
-        case ExitCode::success:
-            return "success";
-        case ExitCode::internal:
-            return "internal";
-        case ExitCode::usage:
-            return "usage";
-        case ExitCode::environment:
-            return "environment";
-        case ExitCode::network:
-            return "network";
-        case ExitCode::refused:
-            return "refused";
-        case ExitCode::signInNeeded:
-            return "signInNeeded";
-        case ExitCode::verification:
-            return "verification";
-        case ExitCode::declined:
-            return "declined";
-        case ExitCode::keychain:
-            return "keychain";
-        case ExitCode::itemNotFound:
-            return "itemNotFound";
-        case ExitCode::fault:
-            return "fault";
-        case ExitCode::interrupted:
-        case ExitCode::terminated:
-            return "interrupted";
-    }
-    return "internal";
-}
 
 Report reportOf(const std::exception_ptr& error)
 {
@@ -232,8 +174,7 @@ Report reportOf(const std::exception_ptr& error)
     }
     catch (...)
     {
-        return {ExitCode::internal, "internal", "Something unexpected failed.",
-                "Try again, and report it if that does not help."};
+        return unexpected();
     }
 }
 

@@ -3,8 +3,8 @@
 #include "Platform/Concurrency/CancellationError.hpp"
 #include "Tessera/Model/AccountError.hpp"
 #include "tools/environment/EnvironmentFile.hpp"
+#include "tools/shared/Terminal.hpp"
 #include "tools/tessera/Input.hpp"
-#include "tools/tessera/Terminal.hpp"
 #include "tools/tessera/keychain/EmbeddedFiles.hpp"
 
 #include <boost/asio/post.hpp>

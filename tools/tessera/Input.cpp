@@ -1,8 +1,8 @@
 #include "tools/tessera/Input.hpp"
 
 #include "Platform/Concurrency/CancellationError.hpp"
+#include "tools/shared/Terminal.hpp"
 #include "tools/tessera/Failure.hpp"
-#include "tools/tessera/Terminal.hpp"
 
 #include <termios.h>
 #include <unistd.h>

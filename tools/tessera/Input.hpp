@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Security/SecretBytes.hpp"
-#include "tools/tessera/Interrupts.hpp"
+#include "tools/shared/Interrupts.hpp"
 
 #include <cstddef>
 #include <optional>

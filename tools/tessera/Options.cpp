@@ -1,6 +1,6 @@
 #include "tools/tessera/Options.hpp"
 
-#include "tools/tessera/Failure.hpp"
+#include "tools/shared/Arguments.hpp"
 #include "tools/tessera/keychain/KeychainOptions.hpp"
 
 #include <CLI/App.hpp>
@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cctype>
 #include <map>
-#include <span>
 
 namespace commandline
 {
@@ -132,11 +131,6 @@ void addOwn(CLI::App& app, Verb verb, Values& values)
             ->check(CLI::Range(0, 1'000'000).description(""));
 }
 
-[[noreturn]] void refuse(std::string sentence, std::string next)
-{
-    throw Failure({ExitCode::usage, "usage", std::move(sentence), std::move(next)});
-}
-
 Command commandFrom(const Values& values, const CLI::App& app, Verb verb)
 {
     Command command = values.command;
@@ -171,38 +165,6 @@ KeychainCommand keychainCommandFrom(const CLI::App& app, const Values& values,
     auto command = keychain.command();
     command.json = command.json || values.command.json;
     return command;
-}
-
-/// The parser's words as a sentence. Of what it did not expect, only an option's name is repeated:
-/// the rest may be a code or an address.
-std::string sentence(const CLI::ParseError& error, const CLI::App& app)
-{
-    const bool isExtra = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
-    // An option that is mistyped explains what is missing, too.
-    if (isExtra || dynamic_cast<const CLI::RequiredError*>(&error) != nullptr)
-        for (const auto& extra : app.remaining(true))
-            if (extra.starts_with("--") && extra.size() > 2)
-                return "The option " + extra.substr(0, extra.find('=')) + " is not known here.";
-    if (isExtra)
-        return "There is an argument that is not expected here.";
-    std::string text = error.what();
-    text = text.substr(0, text.find('\n'));
-    while (text.ends_with('.'))
-        text.pop_back();
-    return text + ".";
-}
-
-/// Of the innermost subcommand that was recognised.
-std::string helpOf(const CLI::App& app)
-{
-    std::string words = app.get_name();
-    const auto* innermost = &app;
-    while (!innermost->get_subcommands().empty())
-    {
-        innermost = innermost->get_subcommands().front();
-        words += " " + innermost->get_name();
-    }
-    return "See \"" + words + " --help\".";
 }
 
 }  // namespace
@@ -246,19 +208,13 @@ std::variant<Command, KeychainCommand, std::string> parseOptions(int count,
     }
     catch (const CLI::ParseError& error)
     {
-        refuse(sentence(error, app), helpOf(app));
+        refuse(error, app);
     }
     if (keychain.used())
         return keychainCommandFrom(app, values, keychain);
     const auto used =
         std::ranges::find_if(parsers, [](const auto& parser) { return parser.second->parsed(); });
     return commandFrom(values, *used->second, used->first);
-}
-
-bool wantsJSON(int count, const char* const* arguments)
-{
-    return std::ranges::any_of(std::span(arguments, static_cast<std::size_t>(count)),
-                               [](const char* text) { return std::string_view(text) == "--json"; });
 }
 
 }  // namespace commandline

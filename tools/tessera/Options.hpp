@@ -14,7 +14,4 @@ namespace commandline
 std::variant<Command, KeychainCommand, std::string> parseOptions(int count,
                                                                  const char* const* arguments);
 
-/// Whether `--json` is among the arguments, for errors in the others.
-bool wantsJSON(int count, const char* const* arguments);
-
 }  // namespace commandline

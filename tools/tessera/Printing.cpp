@@ -2,8 +2,8 @@
 
 #include "Platform/Coding/JSONWriter.hpp"
 #include "Platform/Security/SecretCoding.hpp"
+#include "tools/shared/Terminal.hpp"
 #include "tools/tessera/SessionPrinting.hpp"
-#include "tools/tessera/Terminal.hpp"
 
 #include <unistd.h>
 
@@ -17,6 +17,8 @@ namespace
 
 using platform::JSONWriter;
 using platform::SecretString;
+
+constexpr auto programName = "tessera";
 
 std::string_view nameOf(ServerSignOut onServer)
 {
@@ -61,33 +63,6 @@ SecretString jsonText(const Result& result)
     json.endObject();
     text.append("\n");
     return text;
-}
-
-std::string jsonText(const Report& report)
-{
-    std::string text;
-    JSONWriter json(text);
-    json.beginObject();
-    json.key("error");
-    json.beginObject();
-    json.member("class", std::string(className(report.exitCode)));
-    json.member("name", report.name);
-    json.member("message", report.message);
-    json.member("next", report.next);
-    json.member("exitCode", static_cast<int>(report.exitCode));
-    if (!report.diagnostics.empty())
-        writeDiagnostics(report.diagnostics, json);
-    json.endObject();
-    json.endObject();
-    return text + "\n";
-}
-
-void printLine(const std::string& sentence, const std::string& next)
-{
-    const bool colours = takesColours(STDERR_FILENO);
-    const auto text = styled("tessera:", Style::error, colours) + " " + printable(sentence) +
-                      (next.empty() ? "" : " " + printable(next)) + "\n";
-    std::fputs(text.c_str(), stderr);
 }
 
 std::string sentenceOf(ServerSignOut onServer)
@@ -139,28 +114,6 @@ std::string sentence(const Result& result)
 
 }  // namespace
 
-void writeDiagnostics(const std::vector<platform::Diagnostic>& diagnostics, JSONWriter& json)
-{
-    json.key("diagnostics");
-    json.beginArray();
-    for (const auto& diagnostic : diagnostics)
-    {
-        json.beginObject();
-        json.member("area", diagnostic.area);
-        json.member("cause", asSentence(diagnostic.cause));
-        json.member("next", asSentence(diagnostic.nextStep));
-        json.endObject();
-    }
-    json.endArray();
-}
-
-void print(std::string_view text)
-{
-    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
-        throw Failure({ExitCode::internal, "output", "The output could not be written.",
-                       "Check the place that it goes to."});
-}
-
 void print(const Result& result, bool json)
 {
     // What there is to see of it has been printed line by line.
@@ -181,16 +134,12 @@ void print(const Result& result, bool json)
 
 void print(const Report& report, bool json)
 {
-    if (json)
-        return print(jsonText(report));
-    print(report.diagnostics);
-    printLine(report.message, report.next);
+    print(programName, report, json);
 }
 
 void print(const std::vector<platform::Diagnostic>& diagnostics)
 {
-    for (const auto& diagnostic : diagnostics)
-        printLine(asSentence(diagnostic.cause), asSentence(diagnostic.nextStep));
+    print(programName, diagnostics);
 }
 
 }  // namespace commandline

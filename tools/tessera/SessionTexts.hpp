@@ -2,7 +2,7 @@
 
 #include "Tessera/Model/AccountState.hpp"
 #include "Tessera/Session/AccountTransition.hpp"
-#include "tools/tessera/Terminal.hpp"
+#include "tools/shared/Terminal.hpp"
 
 #include <string>
 

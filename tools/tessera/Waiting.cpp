@@ -2,7 +2,7 @@
 
 #include "Platform/Concurrency/CancellationError.hpp"
 #include "Platform/Services/Services.hpp"
-#include "tools/tessera/Terminal.hpp"
+#include "tools/shared/Terminal.hpp"
 
 #include <unistd.h>
 

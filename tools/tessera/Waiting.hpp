@@ -1,7 +1,8 @@
 #pragma once
 
 #include "Platform/Concurrency/RunLoop.hpp"
-#include "tools/tessera/Interrupts.hpp"
+#include "tools/shared/Interrupts.hpp"
+#include "tools/shared/Running.hpp"
 
 #include <memory>
 #include <optional>
@@ -36,14 +37,7 @@ platform::Outcome<T> outcomeOf(const std::shared_ptr<platform::RunLoop>& loop,
                                platform::Awaitable<T> work)
 {
     const Waiting waiting(loop, std::move(what));
-    std::optional<platform::Outcome<T>> outcome;
-    const auto task =
-        platform::start<T>(platform::executorOf(loop), std::move(work),
-                           [&outcome](platform::Outcome<T> end) { outcome = std::move(end); });
-    interrupts.onSignal([task] { task.cancel(); });
-    loop->runUntil([&outcome] { return outcome.has_value(); });
-    interrupts.onSignal(nullptr);
-    return std::move(*outcome);
+    return outcomeOf<T>(loop, interrupts, std::move(work));
 }
 
 }  // namespace commandline

@@ -1,12 +1,11 @@
 #include "Platform/Concurrency/CancellationError.hpp"
 #include "Platform/Services/Services.hpp"
+#include "tools/shared/Arguments.hpp"
 #include "tools/tessera/Actions.hpp"
 #include "tools/tessera/Failure.hpp"
 #include "tools/tessera/Options.hpp"
 #include "tools/tessera/Printing.hpp"
 #include "tools/tessera/keychain/KeychainPrinting.hpp"
-
-#include <fcntl.h>
 
 #include <csignal>
 #include <cstdio>
@@ -28,16 +27,7 @@ Report currentReport(int signal)
 
 int failed(const Report& report, bool json)
 {
-    try
-    {
-        print(report, json);
-    }
-    catch (const Failure&)
-    {
-        // Nobody can be told on standard output; the exit code still says what happened.
-        std::fputs("tessera: The output could not be written.\n", stderr);
-    }
-    return static_cast<int>(report.exitCode);
+    return fail("tessera", report, json);
 }
 
 int execute(const Command& command)
@@ -112,21 +102,10 @@ int run(int count, char** arguments)
     }
 }
 
-/// A standard descriptor that the caller closed would else be the number of the next file that is
-/// opened, and the output would go there. What takes its place fails as the closed one would.
-void occupyStandardDescriptors()
-{
-    for (const int descriptor : {0, 1, 2})
-        if (::fcntl(descriptor, F_GETFD) < 0)
-            ::open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY);
-}
-
 }  // namespace
 
 int main(int count, char** arguments)
 {
-    // A reader that went away is an output that cannot be written, not the end of the process.
-    std::signal(SIGPIPE, SIG_IGN);
-    occupyStandardDescriptors();
+    prepareStandardDescriptors();
     return run(count, arguments);
 }

@@ -1,11 +1,8 @@
 #include "tests/tools/account-server/TestServer.hpp"
 
-#include <curl/curl.h>
 #include <gtest/gtest.h>
 #include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
-
-#include <chrono>
 
 namespace accountserver
 {
@@ -15,7 +12,7 @@ namespace
 struct Faults : testing::Test
 {
     TemporaryFolder folder;
-    TestServer server{folder.path};
+    TestServer server{folder.path()};
     std::string token = server.signedIn("anna@example.org");
     Call account{"GET", "/v2/account", "", token, {}};
 
@@ -24,33 +21,6 @@ struct Faults : testing::Test
         server.control("POST /faults", R"({"path":"/v2/account","count":1,)" + members + "}");
     }
 };
-
-TEST_F(Faults, SpoilTheAnswerAsAskedAndNoOther)
-{
-    const struct
-    {
-        const char* members;
-        int error;
-        int status;
-    } cases[] = {
-        {R"("kind":"half")", CURLE_PARTIAL_FILE, 200},
-        {R"("kind":"half","in":"headers")", CURLE_OK, 200},
-        {R"("kind":"reset")", CURLE_RECV_ERROR, 0},
-        {R"("kind":"raw","body":"SSH-2.0-x\r\n")", CURLE_UNSUPPORTED_PROTOCOL, 0},
-        {R"("kind":"status","status":205)", CURLE_OK, 205},
-        {R"("kind":"status","status":301)", CURLE_OK, 301},
-        {R"("kind":"status","status":204,"body":"not sent")", CURLE_OK, 204},
-    };
-    for (const auto& [members, error, status] : cases)
-    {
-        set(members);
-        const auto spoilt = server.call(account);
-        EXPECT_EQ(spoilt.error, error) << members;
-        EXPECT_EQ(spoilt.status, status) << members;
-        EXPECT_THROW(verifiedPayload(spoilt.body, server.environment()), std::exception);
-        EXPECT_EQ(server.callAgain(account).status, 200) << members;
-    }
-}
 
 TEST_F(Faults, SendAnyBodyInAnyFraming)
 {
@@ -61,37 +31,10 @@ TEST_F(Faults, SendAnyBodyInAnyFraming)
             framing + "\"");
         auto reply = server.call(account);
         EXPECT_EQ(reply.status, 418) << framing;
-        EXPECT_EQ(reply.type, "text/plain");
+        EXPECT_EQ(reply.headers.value("content-type"), "text/plain");
         EXPECT_EQ(reply.body.size(), 100'000u);
-        EXPECT_EQ(reply.headers.contains("content-length"), framing == "length");
-        EXPECT_EQ(reply.headers.contains("transfer-encoding"), framing == "chunked");
-    }
-}
-
-TEST_F(Faults, SpoilTokens)
-{
-    set(R"("kind":"wrongSignature")");
-    EXPECT_THROW(verifiedPayload(server.call(account).body, server.environment()),
-                 std::runtime_error);
-    set(R"("kind":"otherAudience")");
-    const auto other = verifiedPayload(server.call(account).body, server.environment());
-    EXPECT_EQ(other.at("aud"), "other.editor.mac");
-    const auto right = verifiedPayload(server.call(account).body, server.environment());
-    EXPECT_EQ(right.at("aud"), "editor.mac");
-}
-
-TEST_F(Faults, TakeTheTimeThatWasAsked)
-{
-    using Clock = std::chrono::steady_clock;
-    for (const auto* members :
-         {R"("kind":"delay","delay":200)", R"("kind":"drip","pieceSize":100,"interval":20)"})
-    {
-        set(members);
-        const auto start = Clock::now();
-        const auto reply = server.call(account);
-        EXPECT_EQ(reply.status, 200);
-        EXPECT_NO_THROW(verifiedPayload(reply.body, server.environment()));
-        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(140)) << members;
+        EXPECT_EQ(reply.headers.value("content-length").has_value(), framing == "length");
+        EXPECT_EQ(reply.headers.value("transfer-encoding").has_value(), framing == "chunked");
     }
 }
 
@@ -122,33 +65,14 @@ TEST_F(Faults, ThatReplaceTheAnswerKeepTheOperationFromHappening)
     EXPECT_EQ(server.signIn("anna@example.org", code).status, 200);
 }
 
-TEST_F(Faults, CountRequestsAndConnections)
-{
-    server.control("DELETE /requests");
-    for (int i = 0; i < 3; ++i)
-        server.callAgain(account);
-    server.call({"GET", "/nowhere/at/all", "", "", {}});
-
-    const auto counted = server.control("GET /requests").json();
-    EXPECT_EQ(counted.at("paths").at("/v2/account").to_number<int>(), 3);
-    EXPECT_EQ(counted.at("paths").at("other").to_number<int>(), 1);
-    EXPECT_EQ(counted.at("total").to_number<int>(), 4);
-    EXPECT_EQ(counted.at("connections").to_number<int>(), 2) << "three came on one connection";
-}
-
-TEST(Control, RevokesAndAgesSessions)
+TEST(Control, RevokesOneSessionOrAllOfAUser)
 {
     TemporaryFolder folder;
-    TestServer server(folder.path);
+    TestServer server(folder.path());
     const auto token = server.signedIn("anna@example.org");
     const auto other = server.signedIn("anna@example.org");
     const Call account{"GET", "/v2/account", "", token, {}};
     const auto payload = verifiedPayload(token, server.environment());
-
-    const auto byToken = R"({"token":")" + token + R"(","seconds":1000})";
-    EXPECT_EQ(server.control("POST /sessions/age", byToken).json().at("sessions"), 1);
-    EXPECT_EQ(server.call({"DELETE", "/v2/account", "", token, {}}).code(),
-              "reauthentication_required");
 
     const auto bySession =
         R"({"session":")" + std::string(payload.at("session").as_string()) + "\"}";
@@ -164,7 +88,7 @@ TEST(Control, RevokesAndAgesSessions)
 TEST(Control, MovesTheClockOfTheTokens)
 {
     TemporaryFolder folder;
-    TestServer server(folder.path);
+    TestServer server(folder.path());
     const auto token = server.signedIn("anna@example.org");
     const Call account{"GET", "/v2/account", "", token, {}};
 
@@ -179,27 +103,20 @@ TEST(Control, MovesTheClockOfTheTokens)
 TEST(Control, RefusesBrowsersAndWhatItDoesNotKnow)
 {
     TemporaryFolder folder;
-    TestServer server(folder.path);
-    const auto port = std::to_string(*server.server->controlPort());
+    TestServer server(folder.path());
     const struct
     {
         Call call;
         int status;
     } cases[] = {
         {{"GET", "/clock", "", "", {"X-Control: 1"}}, 200},
-        {{"GET", "/clock", "", "", {"X-Control: 1", "Host: localhost:" + port}}, 200},
         {{"GET", "/clock", "", "", {}}, 403},
-        {{"GET", "/clock", "", "", {"X-Control: 1", "Host: evil.example:" + port}}, 403},
         {{"GET", "/clock", "", "", {"X-Control: 1", "Origin: http://127.0.0.1"}}, 403},
         {{"GET", "/nothing", "", "", {"X-Control: 1"}}, 404},
-        {{"POST", "/clock", "", "", {"X-Control: 1"}}, 400},
         {{"POST", "/clock", R"({"advance":1,"set":1})", "", {"X-Control: 1"}}, 400},
-        {{"POST", "/clock", R"({"advance":"1"})", "", {"X-Control: 1"}}, 400},
-        {{"POST", "/faults", R"({"kind":"other"})", "", {"X-Control: 1"}}, 400},
         {{"POST", "/faults", R"({"kind":"delay","dealy":5})", "", {"X-Control: 1"}}, 400},
         {{"POST", "/faults", R"({"kind":"status","status":99})", "", {"X-Control: 1"}}, 400},
         {{"POST", "/terms", R"({"revision":"2026-10-01"})", "", {"X-Control: 1"}}, 409},
-        {{"POST", "/terms", "{", "", {"X-Control: 1"}}, 400},
         {{"POST", "/sessions/age", R"({"user":"u"})", "", {"X-Control: 1"}}, 400},
     };
     for (const auto& [call, status] : cases)

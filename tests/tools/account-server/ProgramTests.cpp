@@ -4,12 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <stdexcept>
 #include <string>
 
 namespace accountserver
@@ -38,9 +36,9 @@ Ended run(const std::filesystem::path& folder, const std::string& arguments)
 TEST(Program, TellsByItsExitCodeAndOneSentenceWhatIsWrong)
 {
     TemporaryFolder folder;
-    const TestServer running(folder.path / "running");
+    const TestServer running(folder.path() / "running");
     const auto taken = std::to_string(running.server->port());
-    const auto fresh = " --state " + (folder.path / "fresh").string();
+    const auto fresh = " --state " + (folder.path() / "fresh").string();
     const struct
     {
         std::string arguments;
@@ -52,13 +50,13 @@ TEST(Program, TellsByItsExitCodeAndOneSentenceWhatIsWrong)
         {"--algorithm HS256" + fresh, 2},
         {"mailbox" + fresh, 2},
         {"--state /proc/none/none", 3},
-        {"--state " + (folder.path / "running").string() + " --port 0", 3},
+        {"--state " + (folder.path() / "running").string() + " --port 0", 3},
         {"--port " + taken + fresh, 4},
         {"mailbox --email anna@example.org" + fresh, 5},
     };
     for (const auto& [arguments, exitCode] : cases)
     {
-        const auto ended = run(folder.path, arguments);
+        const auto ended = run(folder.path(), arguments);
         EXPECT_EQ(ended.exitCode, exitCode) << arguments << "\n" << ended.errors;
         const bool sentence = ended.errors.starts_with("tessera-account-server: ") &&
                               ended.errors.find('\n') == ended.errors.size() - 1;
@@ -71,23 +69,10 @@ class Process
 {
 public:
     explicit Process(const std::string& arguments)
+        : output_(::popen(("echo $$; exec " + std::string(program) + " " + arguments).c_str(), "r"))
     {
-        int ends[2];
-        if (::pipe(ends) != 0)
-            throw std::runtime_error("pipe");
-        const auto command = "exec " + std::string(program) + " " + arguments;
-        child_ = ::fork();
-        if (child_ == 0)
-        {
-            ::dup2(ends[1], STDOUT_FILENO);
-            ::close(ends[0]);
-            ::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-            ::_exit(127);
-        }
-        ::close(ends[1]);
-        output_ = ::fdopen(ends[0], "r");
+        child_ = std::stoi(line());
     }
-    ~Process() { std::fclose(output_); }
 
     /// The next line, or nothing when the program has ended.
     std::string line()
@@ -98,20 +83,18 @@ public:
     int end()
     {
         ::kill(child_, SIGTERM);
-        int status = -1;
-        ::waitpid(child_, &status, 0);
-        return status;
+        return ::pclose(output_);
     }
 
 private:
-    pid_t child_;
     std::FILE* output_;
+    pid_t child_;
 };
 
 TEST(Program, ServesUntilASignalAndLogsNoSecret)
 {
     TemporaryFolder folder;
-    const auto state = folder.path / "state", log = folder.path / "log";
+    const auto state = folder.path() / "state", log = folder.path() / "log";
     Process server("--port 0 --control 0 --state " + state.string() + " 2>" + log.string());
     EXPECT_TRUE(server.line().starts_with("control interface on http://127.0.0.1:"));
     const auto ready = server.line();
@@ -124,7 +107,7 @@ TEST(Program, ServesUntilASignalAndLogsNoSecret)
                          "'{\"email\":\"anna@example.org\"}'";
     EXPECT_EQ(std::system(request.c_str()), 0);
     const auto code =
-        run(folder.path, "mailbox --email Anna@example.org --state " + state.string()).output;
+        run(folder.path(), "mailbox --email Anna@example.org --state " + state.string()).output;
     EXPECT_EQ(server.line(), "code for anna@example.org: " + code);
     EXPECT_EQ(code.size(), 7u);
 

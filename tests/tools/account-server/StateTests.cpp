@@ -39,37 +39,36 @@ TEST(State, OutlivesARestart)
     const std::string anna = "anna@example.org";
     std::string token, authority, code;
     boost::json::value key, user;
-    const Call account{"GET", "/v2/account", "", "", {}};
+    const auto account = [&](const TestServer& server)
     {
-        TestServer server(folder.path);
+        const auto answer = server.call({"GET", "/v2/account", "", token, {}});
+        return verifiedPayload(answer.body, server.environment());
+    };
+    {
+        TestServer server(folder.path());
         token = server.signedIn(anna);
         server.control("POST /terms", R"({"revision":"2"})");
-        auto call = account;
-        call.token = token;
-        user = verifiedPayload(server.call(call).body, server.environment()).at("user");
+        user = account(server).at("user");
         server.requestCode(anna);
         code = server.newestCode(anna);
         authority = server.authority();
         key = server.environment().at("jwtPublicKey");
     }
-    TestServer server(folder.path);
+    TestServer server(folder.path());
     EXPECT_EQ(server.authority(), authority);
     EXPECT_EQ(server.environment().at("jwtPublicKey"), key);
-    auto call = account;
-    call.token = token;
-    const auto info = verifiedPayload(server.call(call).body, server.environment());
-    EXPECT_EQ(info.at("user"), user);
-    EXPECT_EQ(info.at("terms").at("current_revision"), "2");
+    EXPECT_EQ(account(server).at("user"), user);
+    EXPECT_EQ(account(server).at("terms").at("current_revision"), "2");
     EXPECT_EQ(server.signIn(anna, code).status, 200);
 }
 
 TEST(State, IsForItsUserAlone)
 {
     TemporaryFolder folder;
-    TestServer server(folder.path / "deep" / "state");
+    TestServer server(folder.path() / "deep" / "state");
     server.requestCode("anna@example.org");
 
-    for (const auto& entry : fs::recursive_directory_iterator(folder.path / "deep" / "state"))
+    for (const auto& entry : fs::recursive_directory_iterator(folder.path() / "deep" / "state"))
     {
         const auto open = entry.status().permissions() & fs::perms::group_all;
         if (entry.path().filename() != "environment.json")
@@ -82,44 +81,44 @@ TEST(State, IsForItsUserAlone)
 TEST(State, RefusesWhatItCannotUse)
 {
     TemporaryFolder folder;
-    const auto settings = TestServer::settings(folder.path);
+    const auto settings = TestServer::settings(folder.path());
     {
         const Server first(settings);
         EXPECT_EQ(startFailure(settings), ExitCode::state) << "another server runs";
 
-        auto other = TestServer::settings(folder.path / "other");
+        auto other = TestServer::settings(folder.path() / "other");
         other.port = first.port();
         EXPECT_EQ(startFailure(other), ExitCode::address);
         other.port = 0;
         other.controlPort = first.port();
         EXPECT_EQ(startFailure(other), ExitCode::address);
     }
-    fs::permissions(folder.path, fs::perms::others_read, fs::perm_options::add);
+    fs::permissions(folder.path(), fs::perms::others_read, fs::perm_options::add);
     EXPECT_EQ(startFailure(settings), ExitCode::state) << "others may look inside";
-    fs::permissions(folder.path, fs::perms::owner_all);
+    fs::permissions(folder.path(), fs::perms::owner_all);
 
     sqlite3* database = nullptr;
-    sqlite3_open((folder.path / "accounts.sqlite").c_str(), &database);
+    sqlite3_open((folder.path() / "accounts.sqlite").c_str(), &database);
     sqlite3_exec(database, "PRAGMA user_version = 2", nullptr, nullptr, nullptr);
     EXPECT_EQ(startFailure(settings), ExitCode::state) << "written by a newer server";
     sqlite3_exec(database, "PRAGMA user_version = 1", nullptr, nullptr, nullptr);
     sqlite3_close(database);
     EXPECT_EQ(startFailure(settings), std::nullopt);
 
-    writeFile(folder.path / "token.key", "no key");
+    writeFile(folder.path() / "token.key", "no key");
     EXPECT_EQ(startFailure(settings), ExitCode::state);
-    fs::remove(folder.path / "token.key");
-    fs::remove(folder.path / "accounts.sqlite-wal");
-    writeFile(folder.path / "accounts.sqlite", std::string(4096, 'x'));
+    fs::remove(folder.path() / "token.key");
+    fs::remove(folder.path() / "accounts.sqlite-wal");
+    writeFile(folder.path() / "accounts.sqlite", std::string(4096, 'x'));
     EXPECT_EQ(startFailure(settings), ExitCode::state);
 }
 
 TEST(State, ReadyFileStandsWhileTheServerRuns)
 {
     TemporaryFolder folder;
-    auto settings = TestServer::settings(folder.path / "state");
-    settings.readyFile = folder.path / "ready";
-    settings.environmentFile = folder.path / "environment";
+    auto settings = TestServer::settings(folder.path() / "state");
+    settings.readyFile = folder.path() / "ready";
+    settings.environmentFile = folder.path() / "environment";
     {
         const Server server(settings);
         EXPECT_EQ(readFile(settings.readyFile),
@@ -134,10 +133,10 @@ TEST(Certificates, AreRenewedBeforeTheyEndAndCoverLoopbackAlone)
     constexpr std::time_t day = 24 * 60 * 60;
     TemporaryFolder folder;
     const auto now = std::time(nullptr);
-    const Authority first(folder.path, now);
-    const Authority later(folder.path, now + 300 * day);
-    const Authority renewed(folder.path, now + 370 * day);
-    const Authority afterTenYears(folder.path, now + 3640 * day);
+    const Authority first(folder.path(), now);
+    const Authority later(folder.path(), now + 300 * day);
+    const Authority renewed(folder.path(), now + 370 * day);
+    const Authority afterTenYears(folder.path(), now + 3640 * day);
 
     EXPECT_EQ(X509_cmp(first.leaf(), later.leaf()), 0);
     EXPECT_NE(X509_cmp(first.leaf(), renewed.leaf()), 0);

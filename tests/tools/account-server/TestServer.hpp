@@ -1,11 +1,12 @@
 #pragma once
 
+#include "Platform/Networking/URLResponse.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 #include "tools/account-server/Server.hpp"
 
 #include <boost/json/value.hpp>
 
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -14,18 +15,6 @@
 namespace accountserver
 {
 
-/// A folder that is gone afterwards.
-class TemporaryFolder
-{
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::filesystem::path path;
-};
-
 struct Call
 {
     std::string method;
@@ -33,16 +22,14 @@ struct Call
     std::string body;
     std::string token;
     std::vector<std::string> headers;  ///< added, or put in place of the usual ones
-    long timeout = 30'000;             ///< milliseconds
 };
 
 struct Reply
 {
-    int error = 0;  ///< CURLcode
+    bool failed = false;  ///< there is no answer
     int status = 0;
-    std::string type;
-    std::string body;
-    std::map<std::string, std::string> headers;  ///< names in lower case
+    std::string body = {};
+    platform::HTTPFields headers = {};
 
     std::string code() const;  ///< of the error body
     boost::json::value json() const;
@@ -62,8 +49,6 @@ public:
 
     /// One request on a connection of its own.
     Reply call(const Call& call) const;
-    /// One request on a connection that is kept.
-    Reply callAgain(const Call& call);
     /// To the control interface. Fails the test unless the status is 200 or 204.
     Reply control(const std::string& what, const std::string& body = "") const;
     Reply bareControl(const Call& call) const;
@@ -86,7 +71,6 @@ public:
 private:
     Settings settings_;
     std::thread thread_;
-    std::shared_ptr<void> kept_;
 };
 
 /// The payload of a token, after its signature was checked with the key of the environment file.

@@ -5,8 +5,6 @@
 
 #include <gmock/gmock.h>
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <functional>
 
@@ -145,16 +143,10 @@ TEST(Doctor, NamesACanaryThatDiffersAndTheWayToRemoveIt)
     ASSERT_NE(command, std::string::npos) << output;
     // As a shell would take it.
     const auto line = output.substr(command, output.find('\n', command) - command);
-    accountserver::TemporaryFolder tools;
-    fs::create_symlink(TESSERA_PROGRAM, tools.path / "tessera");
-    std::string environment;
-    for (const auto& variable : home.surroundings().variables)
-        environment += "export '" + variable + "'; ";
-    ASSERT_EQ(std::system(
-                  (environment + "PATH=" + tools.path.string() + ":$PATH " + line + " > /dev/null")
-                      .c_str()),
-              0)
-        << line;
+    TemporaryFolder tools;
+    fs::create_symlink(TESSERA_PROGRAM, tools.path() / "tessera");
+    const auto path = "PATH=" + tools.path().string() + ":$PATH; ";
+    ASSERT_EQ(home.shell(path + line + " > /dev/null"), 0) << line;
 
     EXPECT_EQ(examined.exitCode, 12);
     EXPECT_THAT(told(examined.report, "store.canary"), HasSubstr("fault: "));
@@ -173,21 +165,13 @@ TEST(Doctor, NamesEachFaultOfFoldersAndFiles)
     } cases[] = {
         {"data folder open to others", "embedded.dataFolder", "open to others (mode 0755)",
          [](const auto& home) { fs::permissions(home.data, fs::perms(0755)); }},
-        {"key folder open to others", "embedded.keyFolder", "open to others",
-         [](const auto& home) { fs::permissions(home.keys, fs::perms(0770)); }},
         {"key open to others", "embedded.key", "open to others (mode 0644)",
          [](const auto& home) { fs::permissions(home.key, fs::perms(0644)); }},
         {"folder behind a link", "embedded.dataFolder", "is a symbolic link",
          [](const auto& home)
          {
-             fs::rename(home.data, home.folder.path / "elsewhere");
-             fs::create_directory_symlink(home.folder.path / "elsewhere", home.data);
-         }},
-        {"database behind a link", "embedded.database", "is a symbolic link",
-         [](const auto& home)
-         {
-             fs::rename(home.database, home.folder.path / "elsewhere");
-             fs::create_symlink(home.folder.path / "elsewhere", home.database);
+             fs::rename(home.data, home.folder.path() / "elsewhere");
+             fs::create_directory_symlink(home.folder.path() / "elsewhere", home.data);
          }},
         {"key is a folder", "embedded.key", "is no file",
          [](const auto& home)
@@ -195,26 +179,16 @@ TEST(Doctor, NamesEachFaultOfFoldersAndFiles)
              fs::remove(home.key);
              fs::create_directory(home.key);
          }},
-        {"database of another user", "embedded.database", "belongs to the user",
-         [](const auto& home) { ASSERT_EQ(::chown(home.database.c_str(), 65534, -1), 0); }},
         {"key missing", "embedded.keyMissing", "keychain.key is missing",
          [](const auto& home) { fs::remove(home.key); }},
         {"database missing", "embedded.read", "missing",
          [](const auto& home) { fs::remove(home.database); }},
-        {"key damaged", "embedded.read", "damaged",
-         [](const auto& home) { fs::resize_file(home.key, 20); }},
         {"database of nonsense", "embedded.read", "damaged",
          [](const auto& home) { accountserver::writeFile(home.database, std::string(8192, 'x')); }},
-        {"database cut off", "embedded.read", "damaged", [](const auto& home)
-         { fs::resize_file(home.database, fs::file_size(home.database) / 2); }},
     };
     for (const auto& [what, name, text, breakIt] : cases)
     {
         SCOPED_TRACE(what);
-        // Only the superuser can give a file away.
-        if (std::string_view(what).find("another user") != std::string_view::npos &&
-            ::geteuid() != 0)
-            continue;
         const KeychainHome home;
         ASSERT_EQ(home.keychain({"set", "a", "--id", "Notes"}, "value").exitCode, 0);
         ASSERT_EQ(examine(home).exitCode, 0);
@@ -233,28 +207,6 @@ TEST(Doctor, NamesEachFaultOfFoldersAndFiles)
                 EXPECT_FALSE(finding.at("next").as_string().empty());
             }
     }
-}
-
-TEST(Doctor, TellsWhatTheSecretServiceLacks)
-{
-    KeychainHome home;
-    ASSERT_EQ(home.keychain({"set", "a", "--id", "Notes"}, "value").exitCode, 0);
-
-    const auto aside = examine(home);
-    const auto inUse = examine(home, {"--keychain", "secret-service"});
-    home.variables.back() = "TESSERA_KEYCHAIN=secret-service";
-    const auto byVariable = examine(home);
-
-    EXPECT_EQ(aside.exitCode, 0);
-    EXPECT_THAT(told(aside.report, "secretService.bus"), HasSubstr("note: "));
-    for (const auto& examined : {inUse, byVariable})
-    {
-        EXPECT_EQ(examined.exitCode, 12);
-        EXPECT_THAT(told(examined.report, "secretService.bus"), HasSubstr("fault: "));
-        EXPECT_THAT(told(examined.report, "embedded.leftover"), HasSubstr("note: "));
-    }
-    EXPECT_THAT(told(inUse.report, "keychain.inUse"), HasSubstr("because --keychain names it"));
-    EXPECT_THAT(told(byVariable.report, "keychain.inUse"), HasSubstr("TESSERA_KEYCHAIN names it"));
 }
 
 }  // namespace

@@ -65,10 +65,8 @@ TEST(EnvironmentFile, IsRefusedByTheNameOfTheFieldThatLacksOrDoesNotParse)
         json::value value;
     } unusable[] = {
         {"distribution", "direct"},
-        {"distribution", nullptr},
         {"server", "Local"},
         {"localizedName", ""},
-        {"localizedName", 5},
         {"localizedKeychainIdentifier", ""},
         {"jwtPublicKey", "text"},
         {"jwtPublicKey.algorithm", "HS256"},
@@ -76,11 +74,9 @@ TEST(EnvironmentFile, IsRefusedByTheNameOfTheFieldThatLacksOrDoesNotParse)
         {"jwtPublicKey.value", "-----BEGIN PUBLIC KEY-----\nMIIB\n-----END PUBLIC KEY-----"},
         {"jwtPublicKey.value", json::string(authority)},
         {"endpointURL", "localhost"},
-        {"endpointURL", 8443},
         {"accountURL", "https://"},
         {"marketingURL", "https://host/\n"},
         {"authority", ""},
-        {"authority", "text"},
         {"authority", json::string(authority + authority.substr(0, 300))},
     };
     for (const auto& [field, value] : unusable)

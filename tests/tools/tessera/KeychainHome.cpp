@@ -3,6 +3,9 @@
 #include "tools/account-server/Files.hpp"
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
 
 namespace commandline
 {
@@ -19,23 +22,10 @@ Arguments asKeychain(Arguments arguments)
 
 }  // namespace
 
-KeychainHome::KeychainHome()
-{
-    fs::create_directory(folder.path / "run");
-    fs::permissions(folder.path / "run", fs::perms::owner_all);
-}
-
 Surroundings KeychainHome::surroundings(const std::string& third) const
 {
-    const auto path = folder.path.string();
-    auto all = variables;
-    for (const auto* place : {"HOME=", "XDG_DATA_HOME=/data", "XDG_CONFIG_HOME=/config",
-                              "XDG_STATE_HOME=/state", "XDG_RUNTIME_DIR=/run"})
-    {
-        const std::string text = place;
-        const auto value = text.find('=') + 1;
-        all.push_back(text.substr(0, value) + path + text.substr(value));
-    }
+    auto all = places.variables;
+    all.insert(all.begin(), variables.begin(), variables.end());
     return {all, third};
 }
 
@@ -50,10 +40,18 @@ AtTerminal KeychainHome::atTerminal(Arguments arguments) const
     return AtTerminal(asKeychain(std::move(arguments)), surroundings());
 }
 
+int KeychainHome::shell(const std::string& line) const
+{
+    std::string environment;
+    for (const auto& variable : surroundings().variables)
+        environment += "export '" + variable + "'; ";
+    return WEXITSTATUS(std::system((environment + line).c_str()));
+}
+
 std::map<std::string, std::string> KeychainHome::snapshot() const
 {
     std::map<std::string, std::string> all;
-    for (const auto& entry : fs::recursive_directory_iterator(folder.path))
+    for (const auto& entry : fs::recursive_directory_iterator(folder.path()))
     {
         struct stat status = {};
         ::lstat(entry.path().c_str(), &status);

@@ -12,16 +12,15 @@ namespace commandline
 /// A home folder in which nothing was kept yet, without a session bus.
 struct KeychainHome
 {
-    accountserver::TemporaryFolder folder;
-    const std::filesystem::path data = folder.path / "data" / "tessera" / "keychain";
-    const std::filesystem::path keys = folder.path / "config" / "tessera";
+    TemporaryFolder folder;
+    const std::filesystem::path data = folder.path() / "data" / "tessera" / "keychain";
+    const std::filesystem::path keys = folder.path() / "config" / "tessera";
     const std::filesystem::path database = data / "keychain.db";
     const std::filesystem::path key = keys / "keychain.key";
+    const Surroundings places = privateFolders(folder.path());
 
-    /// "NAME=value" beside those of the folders.
-    std::vector<std::string> variables{"DBUS_SESSION_BUS_ADDRESS=", "TESSERA_KEYCHAIN="};
-
-    KeychainHome();
+    /// "NAME=value", in the place of what `places` has under these names.
+    std::vector<std::string> variables = {};
 
     Surroundings surroundings(const std::string& third = "") const;
 
@@ -30,6 +29,8 @@ struct KeychainHome
     Ended keychain(Arguments arguments, const std::string& input = "",
                    const std::string& third = "") const;
     AtTerminal atTerminal(Arguments arguments) const;
+    /// The exit code of what a shell makes of the line, with the folders of this home.
+    int shell(const std::string& line) const;
 
     /// All there is below the home, by path: kind and mode, owner, number, time of the last change,
     /// and content.

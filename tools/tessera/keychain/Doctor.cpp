@@ -3,8 +3,8 @@
 #include "Platform/Security/Authentication/Passcode.hpp"
 #include "Platform/Security/SecretService/SecretServiceItemStore.hpp"
 #include "Platform/Services/Services.hpp"
+#include "tools/shared/Terminal.hpp"
 #include "tools/tessera/Failure.hpp"
-#include "tools/tessera/Terminal.hpp"
 #include "tools/tessera/keychain/EmbeddedFiles.hpp"
 #include "tools/tessera/keychain/NamedStore.hpp"
 

@@ -1,8 +1,8 @@
 #include "tools/tessera/keychain/KeychainActions.hpp"
 
 #include "Platform/Security/SecretService/SecretServiceItemStore.hpp"
+#include "tools/shared/Terminal.hpp"
 #include "tools/tessera/Failure.hpp"
-#include "tools/tessera/Terminal.hpp"
 #include "tools/tessera/keychain/Escaping.hpp"
 #include "tools/tessera/keychain/KeychainRun.hpp"
 

@@ -5,8 +5,8 @@
 #include "Platform/Coding/JSONWriter.hpp"
 #include "Platform/Coding/Text.hpp"
 #include "Platform/Security/SecretCoding.hpp"
+#include "tools/shared/Terminal.hpp"
 #include "tools/tessera/Printing.hpp"
-#include "tools/tessera/Terminal.hpp"
 #include "tools/tessera/keychain/Escaping.hpp"
 
 #include <unistd.h>

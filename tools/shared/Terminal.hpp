@@ -12,6 +12,9 @@ bool canAsk();
 /// Whether this output (a descriptor) is a terminal.
 bool isTerminal(int descriptor);
 
+/// Whether this output is a terminal that can take a line back.
+bool movesCursor(int descriptor);
+
 /// Whether this output takes colours: a terminal that knows them, and `NO_COLOR` is not set.
 bool takesColours(int descriptor);
 

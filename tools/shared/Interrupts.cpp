@@ -1,7 +1,7 @@
-#include "tools/tessera/Interrupts.hpp"
+#include "tools/shared/Interrupts.hpp"
 
 #include "Platform/Concurrency/CancellationError.hpp"
-#include "tools/tessera/Event.hpp"
+#include "tools/shared/Event.hpp"
 
 #include <boost/asio/signal_set.hpp>
 

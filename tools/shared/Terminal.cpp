@@ -1,4 +1,4 @@
-#include "tools/tessera/Terminal.hpp"
+#include "tools/shared/Terminal.hpp"
 
 #include "Platform/Coding/Text.hpp"
 
@@ -47,11 +47,16 @@ bool canAsk()
     return isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
 }
 
-bool takesColours(int descriptor)
+bool movesCursor(int descriptor)
 {
     const char* terminal = std::getenv("TERM");
     const bool dumb = terminal == nullptr || std::string_view(terminal) == "dumb";
-    return isTerminal(descriptor) && !dumb && !isSet("NO_COLOR");
+    return isTerminal(descriptor) && !dumb;
+}
+
+bool takesColours(int descriptor)
+{
+    return movesCursor(descriptor) && !isSet("NO_COLOR");
 }
 
 std::string printable(std::string_view text)
