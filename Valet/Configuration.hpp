@@ -15,21 +15,25 @@ namespace valet
 class Configuration
 {
 public:
+    /// The kind of `Valet::valet` and of the shared group ones.
     struct Valet
     {
         Accessibility accessibility;
         bool operator==(const Valet&) const = default;
     };
+    /// The kind of `Valet::iCloudValet`: items are marked as free to travel.
     struct ICloud
     {
         CloudAccessibility accessibility;
         bool operator==(const ICloud&) const = default;
     };
+    /// The kind of `SecureEnclaveValet`.
     struct SecureEnclave
     {
         SecureEnclaveAccessControl accessControl;
         bool operator==(const SecureEnclave&) const = default;
     };
+    /// The kind of `SinglePromptSecureEnclaveValet`.
     struct SinglePromptSecureEnclave
     {
         SecureEnclaveAccessControl accessControl;

@@ -19,6 +19,7 @@ namespace tessera
 class AccountRemoteError final : public platform::LocalizedError
 {
 public:
+    /// The codes that a program may act on.
     enum class KnownCode
     {
         noConsent,

@@ -19,6 +19,7 @@ concept BackoffStrategy = requires(const Strategy strategy) {
     { strategy.makeIterator() } -> BackoffIterator;
 };
 
+/// The next delay of an `ExponentialBackoffStrategy`, and the ones after it.
 struct ExponentialBackoffIterator
 {
     std::uint64_t factor;
@@ -52,6 +53,7 @@ private:
 /// The strategies that come with the framework.
 namespace Backoff
 {
+/// See `ExponentialBackoffStrategy`.
 inline ExponentialBackoffStrategy exponential(std::uint64_t factor, RetryDelay initial)
 {
     return {factor, initial};

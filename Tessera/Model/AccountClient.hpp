@@ -13,14 +13,14 @@ namespace tessera
 struct AccountClient
 {
     /// Short, and the stem of the audience: "editor".
-    std::string identifier;
-    std::string localizedName;
+    std::string identifier = {};
+    std::string localizedName = {};
     /// Names the client's own keychain items; must not be empty.
-    std::string localizedKeychainIdentifier;
-    std::string localizedShortName;
-    std::string imageName;
+    std::string localizedKeychainIdentifier = {};
+    std::string localizedShortName = {};
+    std::string imageName = {};
     /// The application's version: "7.2".
-    std::string version;
+    std::string version = {};
     AccountReleaseChannel releaseChannel = AccountReleaseChannel::public_;
     AccountDevice device;
 

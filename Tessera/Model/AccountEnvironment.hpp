@@ -24,6 +24,7 @@ struct AccountEnvironment
         direct,
         apple
     };
+    /// Whose server it is: a developer's own, the one for tests before a release, the users'.
     enum class Server
     {
         local,

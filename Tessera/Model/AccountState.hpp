@@ -14,15 +14,18 @@ namespace tessera
 class AccountState
 {
 public:
+    /// The stored session has not been read yet, or could not be.
     struct Loading
     {
         bool operator==(const Loading&) const = default;
     };
+    /// The stored session could not be read by a refresh; the sentence says why.
     struct Failed
     {
         std::string errorMessage;
         bool operator==(const Failed&) const = default;
     };
+    /// There is no session.
     struct SignedOut
     {
         bool operator==(const SignedOut&) const = default;

@@ -46,6 +46,7 @@ namespace tessera
 class Account final : public AccountTokenProviding
 {
 public:
+    /// How far `requestNewsletter` has come.
     enum class NewsletterStatus
     {
         idle,

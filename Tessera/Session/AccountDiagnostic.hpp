@@ -33,6 +33,7 @@ BOOST_DESCRIBE_ENUM(AccountDiagnosticCode, keychainUnreadable, storedTokenUnusab
                     sessionNotRemoved, infoNotStored, refreshFailed, sessionRefused,
                     authenticationFailed, changeNotAnnounced)
 
+/// What was noticed, and its sentence.
 struct AccountDiagnostic
 {
     AccountDiagnosticCode code{};
