@@ -6,22 +6,16 @@
 #include "Platform/Security/Authentication/PasscodeRecord.hpp"
 #include "Platform/Security/Keychain/StoreKeychain.hpp"
 #include "Platform/Security/SecretService/ItemAttributes.hpp"
+#include "tests/fuzz/Require.hpp"
 #include "tests/support/MemoryItemStore.hpp"
 
 #include <fuzzer/FuzzedDataProvider.h>
-#include <cstdlib>
 
 using namespace platform;
 using enum KeychainAttribute;
 
 namespace
 {
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 SecretBytes bytes(const std::string& text)
 {

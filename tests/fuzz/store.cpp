@@ -3,10 +3,10 @@
 // changed; a longer input is the whole file.
 
 #include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
+#include "tests/fuzz/Require.hpp"
 
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -20,12 +20,6 @@ namespace fs = std::filesystem;
 
 namespace
 {
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 std::string contentOf(const fs::path& file)
 {
