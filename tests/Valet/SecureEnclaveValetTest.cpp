@@ -37,7 +37,7 @@ public:
     }
     bool offers(platform::AccessControlFlag flag) const override
     {
-        return present && flag == platform::AccessControlFlag::userPresence;
+        return flag == platform::AccessControlFlag::userPresence;
     }
 
     /// Why the user was asked since the last time.
@@ -47,7 +47,6 @@ public:
         return std::exchange(reasons_, {});
     }
 
-    std::atomic<bool> present = true;
     std::atomic<Outcome> outcome = Outcome::confirmed;
     std::function<void()> during;
 
@@ -207,40 +206,6 @@ TEST_F(SecureEnclaveStores, SinglePromptAsksOnceUntilItIsToldToAskAgain)
               KeychainError::userCancelled);
 }
 
-TEST_F(SecureEnclaveStores, AWaitingSinglePromptReadEndsWithItsContext)
-{
-    singlePrompt->setString("value", "key");
-    const auto context = singlePrompt->localAuthenticationContext();
-    user->during = [&] { context->invalidate(); };
-
-    EXPECT_EQ(failure([&] { return singlePrompt->object("key", "Unlock"); }),
-              KeychainError::userCancelled);
-
-    singlePrompt->requirePromptOnNextAccess();
-    EXPECT_EQ(singlePrompt->object("key", "Unlock"), bytes("value"));
-}
-
-TEST_F(SecureEnclaveStores, SayThatTheyCannotBeUsedWhereNothingProtectsTheirItems)
-{
-    const auto items = [&] { return memory.items->items().size(); };
-    user->present = false;
-    EXPECT_FALSE(store->canAccessKeychain());
-    EXPECT_FALSE(singlePrompt->canAccessKeychain());
-    EXPECT_EQ(failure([&] { store->setString("value", "key"); }),
-              KeychainError::couldNotAccessKeychain);
-    EXPECT_EQ(items(), 2u);  // the canaries
-
-    user->present = true;
-    EXPECT_TRUE(store->canAccessKeychain());
-    EXPECT_TRUE(singlePrompt->canAccessKeychain());
-    EXPECT_EQ(items(), 2u);
-    EXPECT_THAT(singlePrompt->allKeys(""), ElementsAre());
-
-    memory.items->fail(KeychainStatus::inputOutput);
-    EXPECT_FALSE(store->canAccessKeychain());
-    EXPECT_THAT(user->takeReasons(), ElementsAre());
-}
-
 TEST_F(ScriptedSecureEnclave, TheCanaryIsUnprotectedAndProtectionIsTriedUnderItsKey)
 {
     const std::string end = ", kSecAttrAccount=VAL_KeychainCanaryUsername";
@@ -251,25 +216,20 @@ TEST_F(ScriptedSecureEnclave, TheCanaryIsUnprotectedAndProtectionIsTriedUnderIts
                       "kSecUseAuthenticationContext=barred";
     const auto tried = "add: " + base + end + ", kSecValueData=VAL_ProbeItemSecretValue77";
 
-    struct Case
-    {
-        KeychainStatus tried;
-        bool accessible;
+    // The canary may have been removed by another program meanwhile.
+    const auto removed = "delete: " + base + end;
+    const std::tuple<KeychainStatus, bool, std::vector<std::string>> cases[] = {
+        {KeychainStatus::duplicateItem, true, {read, tried}},
+        {KeychainStatus::notAvailable, false, {read, tried}},
+        {KeychainStatus::success, true, {read, tried, removed}},
     };
-    for (const auto& [status, accessible] :
-         {Case{KeychainStatus::duplicateItem, true}, Case{KeychainStatus::notAvailable, false}})
+    for (const auto& [status, accessible, calls] : cases)
     {
         keychain->answer(copyMatching, holding("VAL_ProbeItemSecretValue77"));
         keychain->answer(add, status);
         EXPECT_EQ(store->canAccessKeychain(), accessible);
-        EXPECT_THAT(keychain->takeCalls(), ElementsAre(read, tried));
+        EXPECT_EQ(keychain->takeCalls(), calls);
     }
-
-    // The canary was removed by another program meanwhile.
-    keychain->answer(copyMatching, holding("VAL_ProbeItemSecretValue77"));
-    keychain->answer(add, KeychainStatus::success);
-    EXPECT_TRUE(store->canAccessKeychain());
-    EXPECT_THAT(keychain->takeCalls(), ElementsAre(read, tried, "delete: " + base + end));
 }
 
 TEST_F(ScriptedSecureEnclave, WithoutAnAccessControlTheStoreCannotBeUsed)
@@ -284,7 +244,7 @@ TEST_F(ScriptedSecureEnclave, WithoutAnAccessControlTheStoreCannotBeUsed)
 TEST_F(SecureEnclaveStores, ServeManyThreads)
 {
     singlePrompt->setString("value", "key");
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int number = 0; number < 4; ++number)
         threads.emplace_back(
             [&, number]
@@ -297,8 +257,6 @@ TEST_F(SecureEnclaveStores, ServeManyThreads)
                     EXPECT_TRUE(store->canAccessKeychain());
                 }
             });
-    for (auto& thread : threads)
-        thread.join();
 }
 
 TEST(SecureEnclaveDeathTest, UseFromInsideTheAuthenticatorIsNamed)

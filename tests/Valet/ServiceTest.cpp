@@ -33,95 +33,75 @@ const auto singlePrompt = Configuration::singlePromptSecureEnclave(finger);
 
 }  // namespace
 
-TEST(Service, NamesAreTheOnesByWhichItemsWereStored)
+TEST(Service, NamesAndQueriesAreTheOnesByWhichItemsWereStored)
 {
+    const std::string id_ = "_initWithIdentifier:accessibility:_";
+    const std::string group_ =
+        "_initWithSharedAccessGroupIdentifier:accessibility:_org.example.writers_";
+    const std::string passcode = "AccessibleWhenPasscodeSetThisDeviceOnly";
+    const std::string shared = "kSecAttrAccessGroup=group.org.example.writers, ";
+    const std::string travels = "kSecAttrSynchronizable=true, ";
+    const auto accessible = [](int raw) { return "kSecAttrAccessible=" + std::to_string(raw); };
+    const auto guarded = [](int flag) { return "kSecAttrAccessControl=4+" + std::to_string(flag); };
+    using enum SecureEnclaveAccessControl;
+    const auto valet = &Configuration::valet;
     struct Case
     {
         Service service;
-        const char* name;
+        std::string name;
+        std::string queryEnd;
     };
     const Case cases[] = {
-        {Service::standard(id("Tokens"), local),
-         "VAL_VALValet_initWithIdentifier:accessibility:_Tokens_AccessibleAfterFirstUnlock"},
-        {Service::standard(id("a_b \xC3\xA9"), Configuration::valet(Accessibility::whenUnlocked)),
-         "VAL_VALValet_initWithIdentifier:accessibility:_a_b \xC3\xA9_AccessibleWhenUnlocked"},
-        {Service::standard(id("T"),
-                           Configuration::valet(Accessibility::whenPasscodeSetThisDeviceOnly)),
-         "VAL_VALValet_initWithIdentifier:accessibility:_T_"
-         "AccessibleWhenPasscodeSetThisDeviceOnly"},
-        {Service::standard(id("T"),
-                           Configuration::valet(Accessibility::whenUnlockedThisDeviceOnly)),
-         "VAL_VALValet_initWithIdentifier:accessibility:_T_AccessibleWhenUnlockedThisDeviceOnly"},
-        {Service::standard(id("T"),
-                           Configuration::valet(Accessibility::afterFirstUnlockThisDeviceOnly)),
-         "VAL_VALValet_initWithIdentifier:accessibility:_T_"
-         "AccessibleAfterFirstUnlockThisDeviceOnly"},
+        {Service::standard(id("a_b \xC3\xA9"), valet(Accessibility::whenUnlocked)),
+         "VAL_VALValet" + id_ + "a_b \xC3\xA9_AccessibleWhenUnlocked", accessible(1)},
+        {Service::standard(id("T"), local), "VAL_VALValet" + id_ + "T_AccessibleAfterFirstUnlock",
+         accessible(2)},
+        {Service::standard(id("T"), valet(Accessibility::whenPasscodeSetThisDeviceOnly)),
+         "VAL_VALValet" + id_ + "T_" + passcode, accessible(4)},
+        {Service::standard(id("T"), valet(Accessibility::whenUnlockedThisDeviceOnly)),
+         "VAL_VALValet" + id_ + "T_AccessibleWhenUnlockedThisDeviceOnly", accessible(5)},
+        {Service::standard(id("T"), valet(Accessibility::afterFirstUnlockThisDeviceOnly)),
+         "VAL_VALValet" + id_ + "T_AccessibleAfterFirstUnlockThisDeviceOnly", accessible(6)},
         {Service::standard(id("T"), cloud),
-         "VAL_VALSynchronizableValet_initWithIdentifier:accessibility:_T_AccessibleWhenUnlocked"},
+         "VAL_VALSynchronizableValet" + id_ + "T_AccessibleWhenUnlocked", travels + accessible(1)},
         {Service::standard(id("T"), Configuration::iCloud(CloudAccessibility::afterFirstUnlock)),
-         "VAL_VALSynchronizableValet_initWithIdentifier:accessibility:_T_"
-         "AccessibleAfterFirstUnlock"},
+         "VAL_VALSynchronizableValet" + id_ + "T_AccessibleAfterFirstUnlock",
+         travels + accessible(2)},
         {Service::sharedGroup(group(), id("T"), local),
-         "VAL_VALValet_initWithSharedAccessGroupIdentifier:accessibility:_org.example.writers_T_"
-         "AccessibleAfterFirstUnlock"},
+         "VAL_VALValet" + group_ + "T_AccessibleAfterFirstUnlock", shared + accessible(2)},
         {Service::sharedGroup(group(), std::nullopt, cloud),
-         "VAL_VALSynchronizableValet_initWithSharedAccessGroupIdentifier:accessibility:_"
-         "org.example.writers_AccessibleWhenUnlocked"},
-        {Service::standard(id("T"), enclave(SecureEnclaveAccessControl::userPresence)),
-         "VAL_VALSecureEnclaveValet_initWithIdentifier:accessibility:_T_"
-         "AccessibleWhenPasscodeSetThisDeviceOnly"},
-        {Service::standard(id("T"), enclave(SecureEnclaveAccessControl::anyFingerprint)),
-         "VAL_VALSecureEnclaveValet_initWithIdentifier:accessibility:_T_"
-         "AccessibleWhenPasscodeSetThisDeviceOnly_AccessControlTouchIDAnyFingerprint"},
-        {Service::standard(id("T"), enclave(SecureEnclaveAccessControl::devicePasscode)),
-         "VAL_VALSecureEnclaveValet_initWithIdentifier:accessibility:_T_"
-         "AccessibleWhenPasscodeSetThisDeviceOnly_AccessControlDevicePasscode"},
+         "VAL_VALSynchronizableValet" + group_ + "AccessibleWhenUnlocked",
+         shared + travels + accessible(1)},
+        {Service::standard(id("T"), enclave(userPresence)),
+         "VAL_VALSecureEnclaveValet" + id_ + "T_" + passcode, guarded(1)},
+        {Service::standard(id("T"), enclave(anyFingerprint)),
+         "VAL_VALSecureEnclaveValet" + id_ + "T_" + passcode +
+             "_AccessControlTouchIDAnyFingerprint",
+         guarded(2)},
+        {Service::sharedGroup(group(), id("T"), enclave(devicePasscode)),
+         "VAL_VALSecureEnclaveValet" + group_ + "T_" + passcode + "_AccessControlDevicePasscode",
+         shared + guarded(16)},
         {Service::sharedGroup(group(), id("T"), singlePrompt),
-         "VAL_VALSinglePromptSecureEnclaveValet_initWithSharedAccessGroupIdentifier:accessibility:_"
-         "org.example.writers_T_AccessibleWhenPasscodeSetThisDeviceOnly"
-         "_AccessControlTouchIDCurrentFingerprintSet"},
-        {Service::standardOverride(id("org.example.old"), singlePrompt), "org.example.old"},
-        {Service::sharedGroupOverride(group(), id("old"), local), "old"},
-        {Service::sharedGroupOverride(group(), std::nullopt, local), "org.example.writers"},
-    };
-    for (const auto& [service, name] : cases)
-        EXPECT_EQ(service.name(), name);
-}
-
-TEST(Service, BaseQueryHasItsAttributesInTheirOrder)
-{
-    const std::string named = ", kSecUseDataProtectionKeychain=true";
-    const std::string begin = "kSecClass=kSecClassGenericPassword, kSecAttrService=";
-    struct Case
-    {
-        Service service;
-        std::string end;
-    };
-    const Case cases[] = {
-        {Service::standard(id("T"), local), named + ", kSecAttrAccessible=2"},
-        {Service::standardOverride(id("T"), cloud),
-         named + ", kSecAttrSynchronizable=true, kSecAttrAccessible=1"},
-        {Service::sharedGroup(group(), id("T"), local),
-         named + ", kSecAttrAccessGroup=group.org.example.writers, kSecAttrAccessible=2"},
-        {Service::sharedGroupOverride(group(), std::nullopt, cloud),
-         named + ", kSecAttrAccessGroup=group.org.example.writers, kSecAttrSynchronizable=true, "
-                 "kSecAttrAccessible=1"},
-        {Service::standard(id("T"), enclave(SecureEnclaveAccessControl::userPresence)),
-         named + ", kSecAttrAccessControl=4+1"},
-        {Service::standard(id("T"), enclave(SecureEnclaveAccessControl::anyFingerprint)),
-         named + ", kSecAttrAccessControl=4+2"},
-        {Service::standard(id("T"), singlePrompt), named + ", kSecAttrAccessControl=4+8"},
-        {Service::sharedGroup(group(), id("T"),
-                              enclave(SecureEnclaveAccessControl::devicePasscode)),
-         named + ", kSecAttrAccessGroup=group.org.example.writers, kSecAttrAccessControl=4+16"},
+         "VAL_VALSinglePromptSecureEnclaveValet" + group_ + "T_" + passcode +
+             "_AccessControlTouchIDCurrentFingerprintSet",
+         shared + guarded(8)},
+        {Service::standardOverride(id("old"), singlePrompt), "old", guarded(8)},
+        {Service::sharedGroupOverride(group(), id("old"), local), "old", shared + accessible(2)},
+        {Service::sharedGroupOverride(group(), std::nullopt, cloud), "org.example.writers",
+         shared + travels + accessible(1)},
     };
     ScriptedKeychain keychain;
-    for (const auto& [service, end] : cases)
-        EXPECT_EQ(text(service.baseQuery(keychain)), begin + service.name() + end);
+    const std::string begin = "kSecClass=kSecClassGenericPassword, kSecAttrService=";
+    const std::string protection = ", kSecUseDataProtectionKeychain=true";
+    for (const auto& [service, name, end] : cases)
+    {
+        EXPECT_EQ(service.name(), name);
+        EXPECT_EQ(text(service.baseQuery(keychain)), begin + name + protection + ", " + end);
+    }
 
     keychain.makeNoAccessControl();
-    const auto unprotected = Service::standard(id("T"), singlePrompt);
-    EXPECT_EQ(text(unprotected.baseQuery(keychain)), begin + unprotected.name() + named);
+    const auto unprotected = Service::standardOverride(id("old"), singlePrompt);
+    EXPECT_EQ(text(unprotected.baseQuery(keychain)), begin + "old" + protection);
 }
 
 TEST(Identifiers, AreNothingForAnEmptyText)
@@ -130,24 +110,6 @@ TEST(Identifiers, AreNothingForAnEmptyText)
     EXPECT_FALSE(SharedGroupIdentifier::make("group", ""));
     EXPECT_FALSE(SharedGroupIdentifier::make("", "org.example.writers"));
     EXPECT_EQ(group().description(), "group.org.example.writers");
-}
-
-TEST(RawValues, NameTheirCases)
-{
-    for (const int raw : {1, 2, 4, 5, 6})
-    {
-        const auto accessibility = fromRawValue<Accessibility>(raw);
-        EXPECT_EQ(rawValue(accessibility), raw);
-        EXPECT_EQ(static_cast<int>(keychainAccessibility(accessibility)), raw);
-    }
-    for (const int raw : {1, 2})
-    {
-        const auto cloudAccessibility = fromRawValue<CloudAccessibility>(raw);
-        EXPECT_EQ(accessibility(cloudAccessibility), fromRawValue<Accessibility>(raw));
-        EXPECT_EQ(description(cloudAccessibility), description(fromRawValue<Accessibility>(raw)));
-    }
-    for (const int raw : {1, 2, 3, 4})
-        EXPECT_EQ(rawValue(fromRawValue<SecureEnclaveAccessControl>(raw)), raw);
 }
 
 TEST(RawValuesDeathTest, OutsideTheTablesStopTheProcessAndSayWhy)
@@ -166,19 +128,20 @@ TEST(RawValuesDeathTest, OutsideTheTablesStopTheProcessAndSayWhy)
 
 TEST(KeychainError, HasItsNumbersTextsAndDomain)
 {
-    const char* const texts[] = {"KeychainError.couldNotAccessKeychain",
-                                 "KeychainError.userCancelled",
-                                 "KeychainError.itemNotFound",
-                                 "KeychainError.missingEntitlement",
-                                 "KeychainError.emptyKey",
-                                 "KeychainError.emptyValue"};
-    for (int raw = 0; raw < 6; ++raw)
+    using enum KeychainErrorCase;
+    const std::pair<KeychainErrorCase, const char*> texts[] = {
+        {couldNotAccessKeychain, "KeychainError.couldNotAccessKeychain"},
+        {userCancelled, "KeychainError.userCancelled"},
+        {itemNotFound, "KeychainError.itemNotFound"},
+        {missingEntitlement, "KeychainError.missingEntitlement"},
+        {emptyKey, "KeychainError.emptyKey"},
+        {emptyValue, "KeychainError.emptyValue"},
+    };
+    int raw = 0;
+    for (const auto& [errorCase, text] : texts)
     {
-        const KeychainError error(static_cast<KeychainErrorCase>(raw));
-        EXPECT_EQ(error.rawValue(), raw);
-        EXPECT_STREQ(error.what(), texts[raw]);
-        EXPECT_EQ(platform::describe(error), texts[raw]);
+        EXPECT_EQ(KeychainError(errorCase).rawValue(), raw++);
+        EXPECT_STREQ(KeychainError(errorCase).what(), text);
     }
     EXPECT_STREQ(KeychainError::domain, "Valet.KeychainError");
-    EXPECT_NE(KeychainError(KeychainError::emptyKey), KeychainError(KeychainError::emptyValue));
 }

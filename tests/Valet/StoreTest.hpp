@@ -5,6 +5,7 @@
 #include "tests/support/ManualClock.hpp"
 #include "tests/support/MemoryItemStore.hpp"
 #include "tests/support/ScriptedKeychain.hpp"
+#include "tests/support/SecretText.hpp"
 
 #include <gtest/gtest.h>
 
@@ -46,11 +47,6 @@ std::optional<valet::KeychainErrorCase> failure(const Operation& operation)
     {
         return error.errorCase();
     }
-}
-
-inline platform::SecretBytes bytes(std::string_view text)
-{
-    return platform::SecretBytes(std::as_bytes(std::span(text)));
 }
 
 /// What a keychain hands out for a read.

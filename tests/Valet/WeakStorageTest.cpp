@@ -126,7 +126,7 @@ TEST(Stores, OfManyThreadsAreOneAndEndOnce)
                                  differing += store != made.front();
                          });
     std::barrier allLetGo(count);
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int number = 0; number < count; ++number)
         threads.emplace_back(
             [&, number]
@@ -141,8 +141,7 @@ TEST(Stores, OfManyThreadsAreOneAndEndOnce)
                         allLetGo.arrive_and_wait();
                 }
             });
-    for (auto& thread : threads)
-        thread.join();
+    threads.clear();
 
     EXPECT_EQ(differing, 0);
     EXPECT_EQ(WeakStorage<Valet>::shared().size(), before);

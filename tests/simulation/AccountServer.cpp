@@ -3,37 +3,36 @@
 namespace simulation
 {
 
-std::string refusal(std::string_view code)
+Answer answerOf(const Text& text)
 {
-    return R"({"code":")" + std::string(code) + R"(","message":"The server refuses."})";
+    return {.body = text.text, .text = &text};
+}
+
+Answer refusal(int status, const std::string& code)
+{
+    return {.status = status,
+            .body = R"({"code":")" + code + R"(","message":"The server refuses."})"};
 }
 
 Answer AccountServer::carryOut(const Request& request)
 {
-    switch (request.operation)
-    {
-        case Operation::oneTimeCode:
-            return {.status = 204};
-        case Operation::signIn:
-            return signIn(request);
-        case Operation::unknown:
-            return {.status = 404, .body = refusal("not_found")};
-        default:
-            break;
-    }
-    if (!request.bearer || !isAlive(*request.bearer))
-        return {.status = 401, .body = refusal("unauthorized")};
+    if (request.operation == Operation::oneTimeCode)
+        return {.status = 204};
+    if (request.operation == Operation::unknown)
+        return refusal(404, "not_found");
+    const auto* bearer = request.bearer;
+    const bool isRefused = !bearer || !isAlive(*bearer);
+    if (request.operation == Operation::signIn && (!bearer || !isRefused))
+        return signIn(request);
+    if (isRefused)
+        return refusal(401, "unauthorized");
 
-    auto& user = userOf(*request.bearer);
-    const auto session = static_cast<std::size_t>(request.bearer->session);
+    auto& user = users_.at(static_cast<std::size_t>(bearer->user));
+    // The hosts of the first program are of the first client, and so on.
     if (request.operation == Operation::info)
-    {
-        // The hosts of the first program are of the first client, and so on.
-        const auto& info = infoFor(*request.bearer, request.host % clientCount);
-        return {.body = info.text, .text = &info};
-    }
+        return answerOf(infoFor(*bearer, request.host % clientCount));
     if (request.operation == Operation::signOut)
-        user.alive.at(session) = false;
+        user.alive.at(static_cast<std::size_t>(bearer->session)) = false;
     if (request.operation == Operation::deleteAccount)
         user.alive = {};
     if (request.operation == Operation::consent)
@@ -41,20 +40,14 @@ Answer AccountServer::carryOut(const Request& request)
     return {.status = 204};
 }
 
+/// With a bearer, an address is attached to its user.
 Answer AccountServer::signIn(const Request& request)
 {
-    int number = request.user;
+    const int user = request.bearer ? request.bearer->user : request.user;
     if (request.bearer)
-    {
-        if (!isAlive(*request.bearer))
-            return {.status = 401, .body = refusal("unauthorized")};
-        number = request.bearer->user;
-        userOf(*request.bearer).hasEmail = true;
-    }
-    const auto* token = number < 0 ? nullptr : beginSession(number);
-    if (!token)
-        return {.status = 500, .body = refusal("busy")};
-    return {.body = token->text, .text = token};
+        users_.at(static_cast<std::size_t>(user)).hasEmail = true;
+    const auto* token = user < 0 ? nullptr : beginSession(user);
+    return token ? answerOf(*token) : refusal(500, "busy");
 }
 
 const Text* AccountServer::beginSession(int user)

@@ -3,7 +3,6 @@
 #include "tests/simulation/Network.hpp"
 
 #include <array>
-#include <optional>
 #include <string>
 
 namespace simulation
@@ -16,6 +15,12 @@ struct Answer
     /// The session token that it hands out, or the information.
     const Text* text = nullptr;
 };
+
+/// What the server says when it issues the token or the information.
+Answer answerOf(const Text& text);
+
+/// What it says when it carries nothing out.
+Answer refusal(int status, const std::string& code);
 
 /// The account server as far as a session can tell: users, their sessions and what it knows of
 /// them.
@@ -42,7 +47,6 @@ private:
         int revision = 0;
     };
 
-    User& userOf(const Text& token) { return users_.at(static_cast<std::size_t>(token.user)); }
     const User& userOf(const Text& token) const
     {
         return users_.at(static_cast<std::size_t>(token.user));
@@ -51,7 +55,5 @@ private:
 
     std::array<User, userCount> users_{User{.hasEmail = false}, User{}, User{}};
 };
-
-std::string refusal(std::string_view code);
 
 }  // namespace simulation

@@ -7,15 +7,18 @@
 namespace simulation
 {
 
-class Announcements::Member final : public platform::UbiquitousKeyValueStore::Participant
+using platform::UbiquitousKeyValueStore;
+
+class Announcements::Member final : public UbiquitousKeyValueStore::Participant
 {
 public:
-    Member(Announcements& all, int host, platform::Executor executor,
-           platform::UbiquitousKeyValueStore::Handler handler)
+    using Handler = UbiquitousKeyValueStore::Handler;
+
+    Member(Announcements& all, int host, platform::Executor executor, Handler handler)
         : all_(all),
           host_(host),
           executor_(std::move(executor)),
-          handler_(std::make_shared<platform::UbiquitousKeyValueStore::Handler>(std::move(handler)))
+          handler_(std::make_shared<Handler>(std::move(handler)))
     {
         all_.members_[host_] = this;
     }
@@ -24,9 +27,7 @@ public:
     std::optional<std::string> string(std::string_view forKey) const override
     {
         const auto found = all_.values_.find(forKey);
-        if (found == all_.values_.end())
-            return std::nullopt;
-        return found->second;
+        return found == all_.values_.end() ? std::nullopt : std::optional(found->second);
     }
 
     void setString(std::string_view value, std::string_view forKey) override
@@ -35,7 +36,17 @@ public:
         changed_.insert(std::string(forKey));
     }
 
-    bool synchronize() override { return all_.handOver(host_, changed_); }
+    bool synchronize() override
+    {
+        all_.onSynchronize_(host_);
+        if (all_.failing_.erase(host_) > 0)
+            return false;
+        for (const auto& [other, member] : all_.members_)
+            if (member != this)
+                member->news.insert(changed_.begin(), changed_.end());
+        changed_.clear();
+        return true;
+    }
 
     void tell(platform::ExternalKeyValueChange change) const
     {
@@ -54,11 +65,11 @@ private:
     Announcements& all_;
     const int host_;
     const platform::Executor executor_;
-    const std::shared_ptr<platform::UbiquitousKeyValueStore::Handler> handler_;
+    const std::shared_ptr<Handler> handler_;
     std::set<std::string> changed_;
 };
 
-class Announcements::Store final : public platform::UbiquitousKeyValueStore
+class Announcements::Store final : public UbiquitousKeyValueStore
 {
 public:
     Store(Announcements& all, int host) : all_(all), host_(host) {}
@@ -73,7 +84,7 @@ private:
     const int host_;
 };
 
-std::shared_ptr<platform::UbiquitousKeyValueStore> Announcements::storeOf(int host)
+std::shared_ptr<UbiquitousKeyValueStore> Announcements::storeOf(int host)
 {
     return std::make_shared<Store>(*this, host);
 }
@@ -102,18 +113,6 @@ void Announcements::deliver(int host, Delivery delivery)
         news.clear();
     if (delivery != Delivery::lost)
         found->second->tell(std::move(change));
-}
-
-bool Announcements::handOver(int host, std::set<std::string>& changed)
-{
-    onSynchronize_(host);
-    if (failing_.erase(host) > 0)
-        return false;
-    for (const auto& [other, member] : members_)
-        if (other != host)
-            member->news.insert(changed.begin(), changed.end());
-    changed.clear();
-    return true;
 }
 
 }  // namespace simulation

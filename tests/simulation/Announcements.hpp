@@ -24,11 +24,6 @@ public:
     /// What `host` joins.
     std::shared_ptr<platform::UbiquitousKeyValueStore> storeOf(int host);
 
-    struct Pending
-    {
-        int host = -1;
-        std::set<std::string> keys;
-    };
     /// Who has news that it was not told of.
     std::vector<int> awaited() const;
 
@@ -48,8 +43,6 @@ public:
 private:
     class Member;
     class Store;
-
-    bool handOver(int host, std::set<std::string>& changed);
 
     const std::function<void(int)> onSynchronize_;
     std::map<std::string, std::string, std::less<>> values_;

@@ -1,10 +1,10 @@
 #include "tests/simulation/Host.hpp"
 
 #include "Platform/Concurrency/CancellationError.hpp"
-#include "tests/simulation/StoredItems.hpp"
+#include "tests/simulation/Items.hpp"
 
 #include <algorithm>
-#include <array>
+#include <ranges>
 
 namespace simulation
 {
@@ -100,14 +100,9 @@ void Host::changeFromHandler()
     }
     if (const auto wish = std::exchange(fromHandler_, std::nullopt))
     {
-        soak::Random random(wish->seed);
-        callNow(wish->kind, random);
+        soak::Random random(wish->second);
+        callNow(wish->first, random);
     }
-}
-
-void Host::call(CallKind kind, soak::Random& random)
-{
-    program_.main->runInside([&] { callNow(kind, random); });
 }
 
 template <class T>
@@ -190,10 +185,8 @@ const Text* Host::tokenToGive(soak::Random& random, int user)
 
 std::vector<int> Host::running() const
 {
-    std::vector<int> calls;
-    for (const auto& [call, task] : running_)
-        calls.push_back(call);
-    return calls;
+    const auto calls = std::views::keys(running_);
+    return {calls.begin(), calls.end()};
 }
 
 void Host::cancel(int call)
@@ -221,8 +214,8 @@ void Host::judgeSubscribers()
         const auto& heard = subscriber.heard;
         const bool isTail = heard.size() <= states.size() &&
                             std::equal(heard.rbegin(), heard.rend(), states.rbegin());
-        if (!isTail || heard.empty())
-            judge_.complain("a subscriber has not heard every state once and in order");
+        judge_.complainIf(!isTail || heard.empty(),
+                          "a subscriber has not heard every state once and in order");
     }
     const bool sameTokens = std::ranges::equal(heardTokens_, states,
                                                [](const auto& heard, const AccountState& state)
@@ -231,10 +224,9 @@ void Host::judgeSubscribers()
                                                    return heard.has_value() == token.has_value() &&
                                                           (!token || *heard == token->view());
                                                });
-    if (!sameTokens)
-        judge_.complain("a subscriber of the token has not heard every state");
-    if (account_ && !(account_->state() == states.back()))
-        judge_.complain("the last published state is not the state");
+    judge_.complainIf(!sameTokens, "a subscriber of the token has not heard every state");
+    judge_.complainIf(account_ && !(account_->state() == states.back()),
+                      "the last published state is not the state");
 }
 
 void Host::judgeEnd(const MemoryItemStore& stored, const AccountServer& server)
@@ -244,9 +236,8 @@ void Host::judgeEnd(const MemoryItemStore& stored, const AccountServer& server)
     const auto& state = record.states.back();
     if (!token)
     {
-        if (!state.get<AccountState::SignedOut>())
-            judge_.complain("nothing is stored, and host " + std::to_string(number_) +
-                            " is not signed out");
+        judge_.complainIf(!state.get<AccountState::SignedOut>(), "nothing is stored, and host ",
+                          number_, " is not signed out");
         return;
     }
     // A session that could not be removed is not taken up again by the one who signed it out.
@@ -254,13 +245,11 @@ void Host::judgeEnd(const MemoryItemStore& stored, const AccountServer& server)
         return;
     if (!token->isSession())
     {
-        if (state.get<AccountState::SignedOut>())
-            judge_.complain("a damaged token counts as none");
+        judge_.complainIf(state.get<AccountState::SignedOut>(), "a damaged token counts as none");
         return;
     }
-    if (record.stateToken != token)
-        judge_.complain("the session " + token->name + " is stored, and host " +
-                        std::to_string(number_) + " does not have it");
+    judge_.complainIf(record.stateToken != token, "the session ", token->name,
+                      " is stored, and host ", number_, " does not have it");
     if (!server.isAlive(*token))
         return;
     const auto& info = server.infoFor(*token, program_.client);

@@ -40,7 +40,10 @@ public:
     bool isReleased() const { return !account_; }
 
     /// Makes the call, on the main thread.
-    void call(CallKind kind, soak::Random& random);
+    void call(CallKind kind, soak::Random& random)
+    {
+        program_.main->runInside([&] { callNow(kind, random); });
+    }
 
     /// Calls that were made and have not ended.
     std::vector<int> running() const;
@@ -67,11 +70,6 @@ private:
         std::vector<tessera::AccountState> heard;
         platform::Subscription subscription;
     };
-    struct FromHandler
-    {
-        CallKind kind;
-        std::uint64_t seed;
-    };
 
     void subscribe();
     void addSubscriber();
@@ -94,7 +92,8 @@ private:
     std::vector<std::optional<std::string>> heardTokens_;
     std::list<Subscriber> subscribers_;
     std::size_t judgedStates_ = 0;
-    std::optional<FromHandler> fromHandler_;
+    /// With the seed of its choices.
+    std::optional<std::pair<CallKind, std::uint64_t>> fromHandler_;
     bool joinsFromHandler_ = false;
 };
 

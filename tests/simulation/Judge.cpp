@@ -62,20 +62,20 @@ std::string describe(const AccountState& state)
 
 std::string_view nameOf(CallKind kind)
 {
-    constexpr std::array<std::string_view, 14> names{"launch",
-                                                     "activation",
-                                                     "signIn",
-                                                     "signOut",
-                                                     "refresh",
-                                                     "refresh(force)",
-                                                     "deleteAccount",
-                                                     "consent",
-                                                     "newsletter",
-                                                     "authenticate",
-                                                     "deauthenticate",
-                                                     "oneTimeCode",
-                                                     "serverSignOutEnded",
-                                                     "history"};
+    constexpr std::array names{"launch",
+                               "activation",
+                               "signIn",
+                               "signOut",
+                               "refresh",
+                               "refresh(force)",
+                               "deleteAccount",
+                               "consent",
+                               "newsletter",
+                               "authenticate",
+                               "deauthenticate",
+                               "oneTimeCode",
+                               "serverSignOutEnded",
+                               "history"};
     return names.at(static_cast<std::size_t>(kind));
 }
 
@@ -104,16 +104,6 @@ void Judge::stimulated(HostRecord& host)
 {
     host.infoRequests = 0;
     host.infoRequestsAllowed = isSigningIn(host) ? afterSignIn + afterRefresh : afterRefresh;
-}
-
-void Judge::hostBegins(int host, int client)
-{
-    hosts_[host].client = client;
-}
-
-void Judge::hostEnds(int host)
-{
-    of(host).isReleased = true;
 }
 
 int Judge::callBegins(int host, CallKind kind, const Text* given)
@@ -155,8 +145,7 @@ void Judge::callEnds(int number, bool succeeded, const std::string& how)
     auto& ended = call(number);
     trace_("  call ", number, " of host ", ended.host, " (", nameOf(ended.kind), ") ends: ", how);
     ended.succeeded = succeeded;
-    if (++ended.ends > 1)
-        complain("call " + std::to_string(number) + " ended twice");
+    complainIf(++ended.ends > 1, "call ", number, " ended twice");
     auto& host = of(ended.host);
     if (host.latestChange == number)
         host.latestHasEnded = true;
@@ -164,18 +153,17 @@ void Judge::callEnds(int number, bool succeeded, const std::string& how)
         stimulated(host);
     const bool needsToken = ended.kind == CallKind::consent || ended.kind == CallKind::newsletter ||
                             ended.kind == CallKind::deleteAccount;
-    if (needsToken && ended.tokens.empty() && succeeded)
-        complain(std::string(nameOf(ended.kind)) + " succeeded without a session");
+    complainIf(needsToken && ended.tokens.empty() && succeeded, nameOf(ended.kind),
+               " succeeded without a session");
 }
 
 void Judge::signInReturned(int number, const AccountState& state)
 {
     const auto& ended = call(number);
     const auto* token = tokenOf(state);
-    if (token && token != ended.issued)
-        complain("a sign-in returned the session " + nameOf(token) + ", which is another's");
-    if (!ended.written)
-        complain("a sign-in succeeded whose token was not written");
+    complainIf(token && token != ended.issued, "a sign-in returned the session ", nameOf(token),
+               ", which is another's");
+    complainIf(!ended.written, "a sign-in succeeded whose token was not written");
 }
 
 void Judge::requested(Request& request)
@@ -183,47 +171,45 @@ void Judge::requested(Request& request)
     auto& host = of(request.host);
     request.change = host.changes;
     trace_("  request: ", request.description());
-    if (request.operation == Operation::unknown || request.isBearerUnknown)
-        complain("an unknown request: " + request.description());
+    complainIf(request.operation == Operation::unknown || request.isBearerUnknown,
+               "an unknown request: ", request.description());
     if (request.operation == Operation::signOut)
     {
         ended_.insert(request.bearer);
-        if (!mayBeEnded_.contains(request.bearer))
-            complain("the server is asked to end " + nameOf(request.bearer) +
-                     ", which nobody has signed out");
+        complainIf(!mayBeEnded_.contains(request.bearer), "the server is asked to end ",
+                   nameOf(request.bearer), ", which nobody has signed out");
         return;
     }
-    if (host.isReleased)
-        complain("a released account sends: " + request.description());
+    complainIf(host.isReleased, "a released account sends: ", request.description());
     judgeBearer(host, request);
     if (request.operation != Operation::info)
         return;
     if (std::exchange(host.infoBearer, request.bearer) != request.bearer)
         host.infoRequests = 0;
-    if (++host.infoRequests > host.infoRequestsAllowed)
-        complain("request " + std::to_string(host.infoRequests) +
-                 " for the information of one cause: " + request.description());
+    ++host.infoRequests;
+    complainIf(host.infoRequests > host.infoRequestsAllowed, "request ", host.infoRequests,
+               " for the information of one cause: ", request.description());
 }
 
 void Judge::judgeBearer(HostRecord& host, const Request& request)
 {
-    const auto isOpen = [&](const CallRecord& one, CallKind kind)
-    { return one.host == request.host && one.kind == kind && one.ends == 0; };
-    const auto ofCall = [&](CallKind kind)
-    {
-        return std::ranges::any_of(
-            calls_, [&](const auto& one)
-            { return isOpen(one, kind) && one.tokens.contains(request.bearer); });
-    };
+    constexpr std::array<std::pair<Operation, CallKind>, 3> ofCalls{
+        {{Operation::consent, CallKind::consent},
+         {Operation::newsletter, CallKind::newsletter},
+         {Operation::deleteAccount, CallKind::deleteAccount}}};
     bool isRight = true;
+    for (const auto& pair : ofCalls)
+        if (request.operation == pair.first)
+            isRight = request.bearer &&
+                      std::ranges::any_of(calls_,
+                                          [&](const CallRecord& one)
+                                          {
+                                              return one.host == request.host &&
+                                                     one.kind == pair.second && one.ends == 0 &&
+                                                     one.tokens.contains(request.bearer);
+                                          });
     if (request.operation == Operation::oneTimeCode)
         isRight = !request.bearer;
-    if (request.operation == Operation::consent)
-        isRight = request.bearer && ofCall(CallKind::consent);
-    if (request.operation == Operation::newsletter)
-        isRight = request.bearer && ofCall(CallKind::newsletter);
-    if (request.operation == Operation::deleteAccount)
-        isRight = request.bearer && ofCall(CallKind::deleteAccount);
     if (request.operation == Operation::info)
         isRight = request.bearer != nullptr;
     if (request.operation == Operation::signIn && request.bearer)
@@ -234,16 +220,20 @@ void Judge::judgeBearer(HostRecord& host, const Request& request)
                 const auto* profile = state.template get<tessera::AccountProfile>();
                 return profile && profile->info().isAnonymous() && tokenOf(state) == request.bearer;
             });
-    if (!isRight)
-        complain("the wrong token: " + request.description());
+    complainIf(!isRight, "the wrong token: ", request.description());
 }
 
 void Judge::answered(const Request& request, const Answer& answer)
 {
-    auto& host = of(request.host);
-    const bool accepted = answer.status == 200 || answer.status == 204;
-    if (!accepted)
+    if (answer.status != 200 && answer.status != 204)
         return;
+    auto& host = of(request.host);
+    const auto mayEnd = [&]
+    {
+        ++host.possibleSignedOut;
+        mayBeEnded_.insert(request.bearer);
+        host.endedAlone.insert(request.bearer);
+    };
     if (request.operation == Operation::signIn && answer.text && request.call >= 0)
     {
         call(request.call).issued = answer.text;
@@ -255,18 +245,10 @@ void Judge::answered(const Request& request, const Answer& answer)
         const bool isOthers = answer.text->isInfo() && answer.text->client == host.client &&
                               answer.text->user != request.bearer->user;
         if (isOthers && isSigningIn(host))
-        {
-            ++host.possibleSignedOut;
-            mayBeEnded_.insert(request.bearer);
-            host.endedAlone.insert(request.bearer);
-        }
+            mayEnd();
     }
     if (request.operation == Operation::deleteAccount)
-    {
-        ++host.possibleSignedOut;
-        mayBeEnded_.insert(request.bearer);
-        host.endedAlone.insert(request.bearer);
-    }
+        mayEnd();
 }
 
 void Judge::itemCalled(const ItemCall& made)
@@ -274,28 +256,30 @@ void Judge::itemCalled(const ItemCall& made)
     constexpr std::array<std::string_view, 3> verbs{"reads", "writes", "removes"};
     constexpr std::array<std::string_view, 3> items{"Token", "Info", "another item"};
     const auto* text = Texts::shared().find(made.text);
-    trace_("  host ", made.host, " ", verbs.at(static_cast<std::size_t>(made.kind)), " ",
-           items.at(static_cast<std::size_t>(made.item)), " ", nameOf(text), ": ",
-           static_cast<int>(made.status));
+    const auto verb = verbs.at(static_cast<std::size_t>(made.kind));
+    trace_("  host ", made.host, " ", verb, " ", items.at(static_cast<std::size_t>(made.item)), " ",
+           nameOf(text), ": ", static_cast<int>(made.status));
     auto& host = of(made.host);
+    const bool isRead = made.kind == ItemCall::Kind::read;
+    const bool isWrite = made.kind == ItemCall::Kind::write;
     // A read that was on its way has no effect.
-    if (host.isReleased && made.kind != ItemCall::Kind::read)
-        complain("a released account " +
-                 std::string(verbs.at(static_cast<std::size_t>(made.kind))) + " an item");
-    if (made.item == Item::token && made.kind == ItemCall::Kind::read)
+    complainIf(host.isReleased && !isRead, "a released account ", verb, " an item");
+    if (made.item == Item::token && isRead)
         tokenRead(host, made);
-    if (made.item == Item::token && made.kind == ItemCall::Kind::write)
+    else if (made.item == Item::token && isWrite)
         tokenWritten(host, made, text);
-    if (made.item == Item::token && made.kind == ItemCall::Kind::removal)
+    else if (made.item == Item::token)
         tokenRemoved(host, made);
-    if (made.item == Item::info && made.kind == ItemCall::Kind::write)
-        infoWritten(host, made, text);
+    if (made.item != Item::info)
+        return;
+    if (isWrite)
+        infoWritten(host, text);
     const bool isDone =
         made.status == KeychainStatus::success || made.status == KeychainStatus::itemNotFound;
-    if (made.item == Item::info && !isDone)
+    if (!isDone)
         host.isInfoExcused = true;
-    if (made.item == Item::info && isDone && made.kind != ItemCall::Kind::read)
-        storedInfos_[host.client] = made.kind == ItemCall::Kind::write ? text : nullptr;
+    else if (!isRead)
+        storedInfos_[host.client] = isWrite ? text : nullptr;
 }
 
 void Judge::tokenRead(HostRecord& host, const ItemCall& made)
@@ -307,8 +291,8 @@ void Judge::tokenRead(HostRecord& host, const ItemCall& made)
             std::ranges::count_if(times, [&](auto time) { return time + span > now_; }));
     };
     const auto calls = since(host.calls, 10 * second);
-    if (since(host.tokenReads, second) > readsOfAnnouncements + readsOfACall * (calls + 1))
-        complain("the stored token is read more than ten times a second");
+    complainIf(since(host.tokenReads, second) > readsOfAnnouncements + readsOfACall * (calls + 1),
+               "the stored token is read more than ten times a second");
 
     const bool isMissing = made.status == KeychainStatus::itemNotFound;
     if (made.status != KeychainStatus::success && !isMissing)
@@ -327,7 +311,7 @@ void Judge::tokenRead(HostRecord& host, const ItemCall& made)
     {
         mayBeEnded_.insert(text);
         if (text->isSession())
-            toBeEnded_.emplace(text, "it was signed out");
+            toBeEnded_.insert(text);
     }
 }
 
@@ -335,31 +319,28 @@ void Judge::tokenWritten(HostRecord& host, const ItemCall& made, const Text* tex
 {
     const auto* change = latest(host);
     const bool isLatest = change && beginsASession(change->kind) && change->issued == text;
-    if (!isLatest)
-        complain("the session " + nameOf(text) + " is written after it was superseded");
+    complainIf(!isLatest, "the session ", nameOf(text), " is written after it was superseded");
     if (made.status == KeychainStatus::success)
     {
         lastTokenChanger_ = made.host;
         storedToken_ = text;
         host.known = text;
         ++host.tokenChanges;
+        if (isLatest)
+            call(host.latestChange).written = true;
     }
-    if (!isLatest)
-        return;
-    auto& mine = call(host.latestChange);
-    (made.status == KeychainStatus::success ? mine.written : mine.writeFailed) = true;
 }
 
 void Judge::tokenRemoved(HostRecord& host, const ItemCall& made)
 {
     // A program that shows no session may remove what its last sign-out could not.
     const bool isMadeGood = !host.stateToken && host.known == storedToken_;
-    if (host.owedSignedOut + host.possibleSignedOut <= 0 && !isMadeGood)
-        complain("the stored token is removed, though nobody has signed out");
+    complainIf(host.owedSignedOut + host.possibleSignedOut <= 0 && !isMadeGood,
+               "the stored token is removed, though nobody has signed out");
     const bool isOfAny = host.owedSignedOut > 0 || host.isDeauthenticating || isMadeGood;
     const auto* read = host.known.value_or(nullptr);
-    if (!isOfAny && read && !host.endedAlone.contains(read))
-        complain("the session " + nameOf(read) + " is removed, though another has ended");
+    complainIf(!isOfAny && read && !host.endedAlone.contains(read), "the session ", nameOf(read),
+               " is removed, though another has ended");
     host.isDeauthenticating = false;
     ++host.tokenChanges;
     // What a sign-out reads and what it removes may be two sessions.
@@ -373,42 +354,37 @@ void Judge::tokenRemoved(HostRecord& host, const ItemCall& made)
         host.removalFailed = true;
 }
 
-void Judge::infoWritten(HostRecord& host, const ItemCall& made, const Text* text)
+void Judge::infoWritten(const HostRecord& host, const Text* text)
 {
-    host.infoWriteFailed = made.status != KeychainStatus::success;
     const auto* change = latest(host);
     const bool hasSession =
         host.stateToken || isSigningIn(host) || !change || !endsASession(change->kind);
-    if (!hasSession)
-        complain("information is written after the session was ended");
-    if (!text || !text->isInfo() || text->client != host.client)
-        complain("information is written that is not this client's: " + nameOf(text));
+    complainIf(!hasSession, "information is written after the session was ended");
+    complainIf(!text || !text->isInfo() || text->client != host.client,
+               "information is written that is not this client's: ", nameOf(text));
 }
 
 void Judge::announced(int number)
 {
     trace_("  host ", number, " announces");
     auto& host = of(number);
-    if (host.isReleased)
-        complain("a released account announces");
+    complainIf(host.isReleased, "a released account announces");
     // Each write and each removal is announced once, and behind it.
-    if (++host.announcements > host.tokenChanges)
-        complain("a change of the token is announced that has not been made");
+    complainIf(++host.announcements > host.tokenChanges,
+               "a change of the token is announced that has not been made");
 }
 
 void Judge::stateSeen(int number, const AccountState& state)
 {
     auto& host = of(number);
     trace_("  host ", number, " is ", describe(state));
-    if (host.isReleased)
-        complain("a released account publishes");
+    complainIf(host.isReleased, "a released account publishes");
     const auto* before = host.stateToken;
     host.states.push_back(state);
     host.stateToken = tokenOf(state);
     if (host.states.size() == 1)
         return;
-    if (state.token() && !host.stateToken)
-        complain("the state holds a token that nobody has issued");
+    complainIf(state.token() && !host.stateToken, "the state holds a token that nobody has issued");
     if (host.stateToken)
     {
         judgeToken(host, before);
@@ -429,11 +405,12 @@ void Judge::judgeToken(HostRecord& host, const Text* before)
     const auto* token = host.stateToken;
     const auto* change = latest(host);
     const bool isAdopted = change && beginsASession(change->kind) && change->issued == token;
-    if (isAdopted && !change->written && token != before && !host.readSinceChange.contains(token))
-        complain("the session " + nameOf(token) + " is published and was not written");
+    complainIf(
+        isAdopted && !change->written && token != before && !host.readSinceChange.contains(token),
+        "the session ", nameOf(token), " is published and was not written");
     const bool isFollowed = host.readSinceChange.contains(token);
-    if (token != before && !isAdopted && !isFollowed)
-        complain("the session " + nameOf(token) + " is published after it was superseded");
+    complainIf(token != before && !isAdopted && !isFollowed, "the session ", nameOf(token),
+               " is published after it was superseded");
     if (change && change->kind == CallKind::authenticate && isAdopted)
         host.latestHasEnded = true;
 }
@@ -446,12 +423,12 @@ void Judge::judgeProfile(const HostRecord& host, const tessera::AccountProfile& 
         complain("a profile has information that is not this client's: " + nameOf(info));
         return;
     }
-    if (info->user != host.stateToken->user)
-        complain("a profile has the information of another user: " + nameOf(info));
+    complainIf(info->user != host.stateToken->user,
+               "a profile has the information of another user: ", nameOf(info));
     const HostRecord::Received received{info, host.stateToken, host.changes};
-    if (profile.source == tessera::AccountProfileSource::remote &&
-        std::ranges::find(host.received, received) == host.received.end())
-        complain("a profile has information that this session has not received: " + info->name);
+    complainIf(profile.source == tessera::AccountProfileSource::remote &&
+                   std::ranges::find(host.received, received) == host.received.end(),
+               "a profile has information that this session has not received: ", info->name);
 }
 
 void Judge::judgeSignedOut(HostRecord& host)
@@ -468,38 +445,30 @@ void Judge::settled(const std::vector<std::shared_ptr<Transfer>>& open)
 {
     for (auto& [number, host] : hosts_)
     {
-        std::vector<const Transfer*> own;
+        int infoRequests = 0;
         for (const auto& transfer : open)
             if (transfer->request().host == number && !transfer->isCancelled())
-                own.push_back(transfer.get());
-        judgeOpen(host, own);
+                infoRequests += judgeOpen(host, transfer->request());
+        complainIf(infoRequests > 1, "two requests for the information at the same time");
         if (host.isReleased)
             continue;
-        if (host.owedSignedOut > 0)
-            complain("a sign-out of host " + std::to_string(number) + " was not published");
+        complainIf(host.owedSignedOut > 0, "a sign-out of host ", number, " was not published");
         judgeStored(number, host);
         judgeStoredInfo(host);
     }
 }
 
-void Judge::judgeOpen(const HostRecord& host, const std::vector<const Transfer*>& open)
+/// Returns how many requests for the information it is.
+int Judge::judgeOpen(const HostRecord& host, const Request& request)
 {
-    int infoRequests = 0;
-    for (const auto* transfer : open)
-    {
-        const auto& request = transfer->request();
-        if (host.isReleased && request.operation != Operation::signOut)
-            complain("a released account still waits: " + request.description());
-        if (request.operation != Operation::info)
-            continue;
-        ++infoRequests;
-        const auto* change = latest(host);
-        const bool isOfSignIn = isSigningIn(host) && change->issued == request.bearer;
-        if (request.bearer != host.stateToken && !isOfSignIn)
-            complain("a request of an older session goes on: " + request.description());
-    }
-    if (infoRequests > 1)
-        complain("two requests for the information at the same time");
+    complainIf(host.isReleased && request.operation != Operation::signOut,
+               "a released account still waits: ", request.description());
+    if (request.operation != Operation::info)
+        return 0;
+    const bool isOfSignIn = isSigningIn(host) && latest(host)->issued == request.bearer;
+    complainIf(request.bearer != host.stateToken && !isOfSignIn,
+               "a request of an older session goes on: ", request.description());
+    return 1;
 }
 
 void Judge::judgeStored(int number, const HostRecord& host)
@@ -509,13 +478,13 @@ void Judge::judgeStored(int number, const HostRecord& host)
         return;
     // A sign-in that was superseded behind its write is followed like another program's.
     const bool isOwn = !storedToken_ || change->issued == storedToken_;
-    if (host.stateToken && host.stateToken != storedToken_ && isOwn && change->ends > 0 &&
-        (change->succeeded || storedToken_ == nullptr))
-        complain("the session " + nameOf(host.stateToken) + " is published and not stored");
+    complainIf(host.stateToken && host.stateToken != storedToken_ && isOwn && change->ends > 0 &&
+                   (change->succeeded || storedToken_ == nullptr),
+               "the session ", nameOf(host.stateToken), " is published and not stored");
     const bool isSignedOut =
         !host.states.empty() && host.states.back().get<AccountState::SignedOut>();
-    if (isSignedOut && endsASession(change->kind) && storedToken_ && !host.removalFailed)
-        complain("signed out, and the session " + nameOf(storedToken_) + " is stored");
+    complainIf(isSignedOut && endsASession(change->kind) && storedToken_ && !host.removalFailed,
+               "signed out, and the session ", nameOf(storedToken_), " is stored");
 }
 
 /// What a restored session was read with, and does not belong to it, is removed.
@@ -527,8 +496,8 @@ void Judge::judgeStoredInfo(const HostRecord& host)
         return;
     const auto found = storedInfos_.find(host.client);
     const auto* info = found == storedInfos_.end() ? nullptr : found->second;
-    if (info && (!info->isInfo() || info->user != host.stateToken->user))
-        complain("information that does not belong to the session stays stored: " + info->name);
+    complainIf(info && (!info->isInfo() || info->user != host.stateToken->user),
+               "information that does not belong to the session stays stored: ", nameOf(info));
 }
 
 void Judge::infoDamaged(int client, const Text& info)
@@ -554,19 +523,17 @@ void Judge::ended(const AccountServer& server)
     for (std::size_t number = 0; number < calls_.size(); ++number)
     {
         const auto& one = calls_[number];
-        if (one.isAwaited && one.ends != 1)
-            complain("call " + std::to_string(number) + " (" + std::string(nameOf(one.kind)) +
-                     ") has not ended");
+        complainIf(one.isAwaited && one.ends != 1, "call ", number, " (", nameOf(one.kind),
+                   ") has not ended");
         // Whoever was given a session keeps it or ends it.
         const bool isLost = one.kind == CallKind::signIn && one.issued && one.issued->isSession() &&
                             !one.written && server.isAlive(*one.issued) &&
                             !hosts_.at(one.host).isReleased && !ended_.contains(one.issued);
-        if (isLost)
-            complain("the session " + one.issued->name + " was received and dropped");
+        complainIf(isLost, "the session ", nameOf(one.issued), " was received and dropped");
     }
-    for (const auto& [token, why] : toBeEnded_)
-        if (!ended_.contains(token))
-            complain("the server is not asked to end " + token->name + ", though " + why);
+    for (const auto* token : toBeEnded_)
+        complainIf(!ended_.contains(token), "the server is not asked to end ", token->name,
+                   ", though it was signed out");
 }
 
 }  // namespace simulation

@@ -2,13 +2,14 @@
 
 #include "Tessera/Model/AccountState.hpp"
 #include "tests/simulation/AccountServer.hpp"
+#include "tests/simulation/Items.hpp"
 #include "tests/simulation/Trace.hpp"
-#include "tests/simulation/WatchedItems.hpp"
 
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,7 +55,6 @@ struct CallRecord
     /// The session token that a sign-in was given.
     const Text* issued = nullptr;
     bool written = false;
-    bool writeFailed = false;
 };
 
 /// What was seen of one host's account, as far as later events are judged by it.
@@ -77,7 +77,6 @@ struct HostRecord
     std::set<const Text*> readSinceChange;
     bool readNothingSinceChange = false;
     bool removalFailed = false;
-    bool infoWriteFailed = false;
     /// The stored information may be anybody's, for a reason.
     bool isInfoExcused = false;
 
@@ -120,10 +119,22 @@ public:
     /// The first thing that was wrong.
     const std::optional<std::string>& complaint() const { return complaint_; }
     void complain(const std::string& what);
+
+    /// Of the parts of the text, put together only then.
+    template <class... Parts>
+    void complainIf(bool isWrong, const Parts&... parts)
+    {
+        if (!isWrong)
+            return;
+        std::ostringstream text;
+        (text << ... << parts);
+        complain(text.str());
+    }
+
     void setTime(std::uint64_t now) { now_ = now; }
 
-    void hostBegins(int host, int client);
-    void hostEnds(int host);
+    void hostBegins(int host, int client) { hosts_[host].client = client; }
+    void hostEnds(int host) { of(host).isReleased = true; }
     int callBegins(int host, CallKind kind, const Text* given);
     bool hasEnded(int number) { return call(number).ends > 0; }
     void callEnds(int call, bool succeeded, const std::string& how);
@@ -166,12 +177,12 @@ private:
     void tokenRead(HostRecord& host, const ItemCall& call);
     void tokenWritten(HostRecord& host, const ItemCall& call, const Text* text);
     void tokenRemoved(HostRecord& host, const ItemCall& call);
-    void infoWritten(HostRecord& host, const ItemCall& call, const Text* text);
+    void infoWritten(const HostRecord& host, const Text* text);
     void judgeToken(HostRecord& host, const Text* before);
     void judgeProfile(const HostRecord& host, const tessera::AccountProfile& profile);
     void judgeSignedOut(HostRecord& host);
     void judgeBearer(HostRecord& host, const Request& request);
-    void judgeOpen(const HostRecord& host, const std::vector<const Transfer*>& open);
+    int judgeOpen(const HostRecord& host, const Request& request);
     void judgeStored(int number, const HostRecord& host);
     void judgeStoredInfo(const HostRecord& host);
 
@@ -185,7 +196,7 @@ private:
     int lastTokenChanger_ = -1;
     /// Tokens that the server was asked to end, and those that it must be asked to end.
     std::set<const Text*> ended_;
-    std::map<const Text*, std::string> toBeEnded_;
+    std::set<const Text*> toBeEnded_;
     std::set<const Text*> mayBeEnded_;
 };
 

@@ -2,7 +2,7 @@
 
 #include "Tessera/Tokens/JWTPublicKey.hpp"
 
-#include <array>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -59,31 +59,30 @@ public:
     const Text& session(int user, int session) const;
     const Text& info(int user, int client, int revision, bool hasEmail) const;
     /// For no client of the simulation.
-    const Text& infoForOthers(int user) const { return infosForOthers_.at(index(user)); }
-    const Text& foreignSession() const { return foreignSession_; }
-    const Text& foreignInfo() const { return foreignInfo_; }
-    const Text& damaged() const { return damaged_; }
+    const Text& infoForOthers(int user) const;
+    const Text& foreignSession() const { return *foreignSession_; }
+    const Text& foreignInfo() const { return *foreignInfo_; }
+    const Text& damaged() const { return *damaged_; }
 
     /// Null for a text that is none of them.
     const Text* find(std::string_view text) const;
 
 private:
     Texts();
-    static std::size_t index(int number) { return static_cast<std::size_t>(number); }
-    void note(const Text& text) { byText_.emplace(text.text, &text); }
+    const Text* add(Text text);
 
     tessera::JWTPublicKey key_;
-    std::vector<Text> sessions_;
-    std::vector<Text> infos_;
-    std::vector<Text> infosForOthers_;
-    Text foreignSession_;
-    Text foreignInfo_;
-    Text damaged_;
+    std::deque<Text> all_;
+    std::vector<const Text*> sessions_;
+    std::vector<const Text*> infos_;
+    std::vector<const Text*> infosForOthers_;
+    const Text* foreignSession_;
+    const Text* foreignInfo_;
+    const Text* damaged_;
     std::unordered_map<std::string_view, const Text*> byText_;
 };
 
 std::string clientIdentifier(int client);
-std::string clientAudience(int client);
 std::string emailOf(int user);
 
 }  // namespace simulation

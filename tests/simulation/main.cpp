@@ -1,5 +1,6 @@
 #include "Platform/Services/Services.hpp"
 #include "tests/simulation/MachineRows.hpp"
+#include "tests/simulation/Texts.hpp"
 #include "tests/simulation/World.hpp"
 #include "tests/support/FixedDevice.hpp"
 
@@ -55,12 +56,8 @@ std::uint64_t currentSeed = 0;
 /// A crash or a failed check of the product ends the process. Which seed it was must be told.
 void tellSeed(int signal)
 {
-    std::array<char, 96> line{};
-    const int size = std::snprintf(line.data(), line.size(),
-                                   "simulation: FAILED: seed %llu ended with signal %d\n",
-                                   static_cast<unsigned long long>(currentSeed), signal);
-    if (write(STDERR_FILENO, line.data(), static_cast<std::size_t>(size)) < 0)
-        _exit(3);
+    dprintf(STDERR_FILENO, "simulation: FAILED: seed %llu ended with signal %d\n",
+            static_cast<unsigned long long>(currentSeed), signal);
     _exit(1);
 }
 
@@ -81,7 +78,7 @@ void runSeeds(const Wish& wish, Job& job)
         if (job.seed >= wish.first + wish.count)
             return;
         currentSeed = job.seed;
-        const auto result = simulation::World(job.seed, wish.isTraced).run();
+        const auto result = simulation::runWorld(job.seed, wish.isTraced);
         job.steps += static_cast<std::uint64_t>(result.steps);
         ++(result.complaint ? job.failed : job.passed);
         if (result.complaint && job.failed <= toldFailures)
@@ -93,53 +90,47 @@ void runSeeds(const Wish& wish, Job& job)
     }
 }
 
-/// In a process of its own, which is begun again behind a seed that ends it.
-pid_t begin(const Wish& wish, Job& job)
-{
-    const pid_t process = fork();
-    if (process != 0)
-        return process;
-    runSeeds(wish, job);
-    std::cout.flush();
-    _exit(0);
-}
-
+/// Each job in a process of its own, which is begun again behind a seed that ends it.
 void runInProcesses(const Wish& wish, std::span<Job> jobs)
 {
     std::map<pid_t, Job*> running;
+    const auto begin = [&](Job& job)
+    {
+        if (const pid_t process = fork(); process != 0)
+        {
+            running[process] = &job;
+            return;
+        }
+        runSeeds(wish, job);
+        std::cout.flush();
+        _exit(0);
+    };
     for (auto& job : jobs)
-        running[begin(wish, job)] = &job;
+        begin(job);
     while (!running.empty())
     {
         int status = 0;
-        const pid_t process = wait(&status);
-        const auto found = running.find(process);
-        if (found == running.end())
+        const auto ended = running.extract(wait(&status));
+        if (ended.empty() || (WIFEXITED(status) && WEXITSTATUS(status) == 0))
             continue;
-        auto& job = *found->second;
-        running.erase(found);
-        if (WIFEXITED(status) && WEXITSTATUS(status) == 0)
-            continue;
+        auto& job = *ended.mapped();
         ++job.failed;
         if (!wish.stopsAtFailure && job.failed <= toldFailures)
-            running[begin(wish, job)] = &job;
+            begin(job);
     }
 }
 
-bool judgeRows(const Wish& wish, std::span<const Job> jobs, std::uint64_t passed)
+bool judgeRows(const Wish& wish, const Job& sum)
 {
-    std::vector<std::uint64_t> times(simulation::rows().size());
-    for (const auto& job : jobs)
-        for (std::size_t row = 0; row < times.size(); ++row)
-            times[row] += job.rows.at(row);
     bool isComplete = true;
-    for (std::size_t row = 0; row < times.size(); ++row)
+    for (std::size_t row = 0; row < simulation::rows().size(); ++row)
     {
         const auto& name = simulation::rows()[row];
         if (wish.showsRows)
-            std::cout << "  " << times[row] << "  " << name << '\n';
+            std::cout << "  " << sum.rows.at(row) << "  " << name << '\n';
         // Fewer seeds are not asked to reach all.
-        if (times[row] > 0 || passed < (name == rareRow ? enoughForAllRows : enoughForMostRows))
+        const auto enough = name == rareRow ? enoughForAllRows : enoughForMostRows;
+        if (sum.rows.at(row) > 0 || sum.passed < enough)
             continue;
         isComplete = false;
         std::cerr << "simulation: FAILED: never reached: " << name << '\n';
@@ -170,8 +161,10 @@ int run(const Wish& wish)
         sum.passed += job.passed;
         sum.failed += job.failed;
         sum.steps += job.steps;
+        for (std::size_t row = 0; row < rowLimit; ++row)
+            sum.rows[row] += job.rows[row];
     }
-    const bool isComplete = judgeRows(wish, jobs, sum.passed);
+    const bool isComplete = judgeRows(wish, sum);
     std::cout << "simulation: " << sum.passed << " passed, " << sum.failed << " failed, "
               << sum.steps << " steps" << std::endl;
     return sum.failed == 0 && sum.passed > 0 && isComplete ? 0 : 1;

@@ -13,8 +13,6 @@ namespace soak
 namespace
 {
 
-using tessera::AccountState;
-
 std::shared_ptr<platform::Keychain> keychainIn(const std::filesystem::path& folder,
                                                const std::string& program)
 {
@@ -139,36 +137,36 @@ void CyclesProgram::resume()
 std::string CyclesProgram::inconsistency() const
 {
     const auto stored = item(*environmentStore_, "Token");
-    const auto held = state().token();
+    const auto held = account_->state().token();
     const bool hasInfo = item(*clientStore_, "Info").has_value();
-    const bool isSignedIn = state().get<tessera::AccountProfile>() != nullptr;
-    const bool isSignedOut = state().get<AccountState::SignedOut>() != nullptr;
     if (stored && !held)
         return "a token is stored, and the state of " + name() + " has none";
-    if (!stored && !isSignedOut)
+    if (!stored && !isSignedOut())
         return "no token is stored, and " + name() + " is not signed out";
     if (stored && *stored != *held)
         return "the token of " + name() + " is not the stored one";
-    if (isSignedIn && !hasInfo)
+    if (isSignedIn() && !hasInfo)
         return name() + " is signed in, and its account information is not stored";
-    if (isSignedOut && hasInfo)
+    if (isSignedOut() && hasInfo)
         return name() + " is signed out, and its account information is still stored";
     return {};
 }
 
-std::string CyclesProgram::shown(const std::vector<tessera::AccountTransition>& transitions) const
+std::string CyclesProgram::shown() const
 {
     constexpr std::ptrdiff_t shownTransitions = 6;
-    const auto& noticed = account_->diagnostic();
-    const auto at = [](auto value) { return boost::describe::enum_to_string(value, "?"); };
-    auto text = name() + " " + at(static_cast<tessera::AccountStateKind>(state().value().index()));
-    if (noticed)
-        text += std::string(", diagnostic ") + at(noticed->code);
+    const auto named = [](auto value)
+    { return std::string(boost::describe::enum_to_string(value, "?")); };
+    const auto state = account_->state().value().index();
+    auto text = name() + " " + named(static_cast<tessera::AccountStateKind>(state));
+    if (const auto& noticed = account_->diagnostic())
+        text += ", diagnostic " + named(noticed->code);
     const auto now = services_.clock->now().secondsSince1970;
-    const auto skipped = std::ssize(transitions) - shownTransitions;
-    for (auto each = transitions.begin() + std::max<std::ptrdiff_t>(skipped, 0);
-         each != transitions.end(); ++each)
-        text += std::string(", ") + at(each->cause) + " " +
+    const auto transitions = platform::runToEnd<std::vector<tessera::AccountTransition>>(
+        stage_.loop(), account_->history());
+    const auto skipped = std::max<std::ptrdiff_t>(std::ssize(transitions) - shownTransitions, 0);
+    for (auto each = transitions.begin() + skipped; each != transitions.end(); ++each)
+        text += ", " + named(each->cause) + " " +
                 std::to_string(std::lround((now - each->time.secondsSince1970) * 1e3)) + " ms ago";
     return text;
 }

@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace soak
 {
@@ -30,7 +29,8 @@ public:
 
     const std::string& name() const { return client_.identifier; }
     tessera::Account& account() { return *account_; }
-    const tessera::AccountState& state() const { return account_->state(); }
+    bool isSignedIn() const { return account_->state().get<tessera::AccountProfile>(); }
+    bool isSignedOut() const { return account_->state().get<tessera::AccountState::SignedOut>(); }
 
     /// Lets go of the account, whatever it does, and makes another, which launches.
     void restartAccount();
@@ -46,8 +46,8 @@ public:
     /// What does not fit together between the account and the store; empty when all does.
     std::string inconsistency() const;
 
-    /// Where the session stands, and the last transitions before that, for messages.
-    std::string shown(const std::vector<tessera::AccountTransition>& transitions) const;
+    /// Where the session stands, and by which way it came there, for messages.
+    std::string shown() const;
 
 private:
     platform::Services servicesOverFolders(const std::filesystem::path& folder);

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "Platform/Basics/LocalizedError.hpp"
 #include "Platform/Concurrency/Clock.hpp"
 #include "Platform/Concurrency/RunLoop.hpp"
 #include "Platform/Concurrency/WorkerThread.hpp"
+
+#include <boost/asio/post.hpp>
 
 #include <chrono>
 #include <exception>
@@ -24,8 +27,21 @@ struct CyclesCall
 
     bool hasEnded() const { return ends != 0; }
     bool hasSucceeded() const { return ends == 1 && !error; }
+
     /// How it ended, for messages.
-    std::string end() const;
+    std::string end() const
+    {
+        if (ends != 1 || !error)
+            return name + " ended " + std::to_string(ends) + " times";
+        try
+        {
+            std::rethrow_exception(error);
+        }
+        catch (const std::exception& thrown)
+        {
+            return name + " threw " + thrown.what();
+        }
+    }
 };
 
 /// The main thread of the programs, the calls that they make there, and real time. For the thread
@@ -33,8 +49,6 @@ struct CyclesCall
 class CyclesStage
 {
 public:
-    CyclesStage();
-
     const std::shared_ptr<platform::RunLoop>& loop() const { return loop_; }
 
     /// Begins a call on the main thread or, `elsewhere`, on another: hosts may await where they
@@ -43,9 +57,8 @@ public:
     std::shared_ptr<CyclesCall> begin(std::string name, platform::Awaitable<T> work,
                                       bool elsewhere = false)
     {
-        auto call = std::make_shared<CyclesCall>();
+        auto call = calls_.emplace_back(std::make_shared<CyclesCall>());
         call->name = std::move(name);
-        calls_.push_back(call);
         auto onEnd = [loop = loop_, call](platform::Outcome<T> outcome)
         {
             loop->enqueue(
@@ -62,11 +75,33 @@ public:
     }
 
     /// Lets the main thread work until it holds; false when it does not in time.
-    bool runUntil(const std::function<bool()>& holds, std::chrono::milliseconds limit);
-    void runFor(std::chrono::microseconds span);
+    bool runUntil(const std::function<bool()>& holds, std::chrono::microseconds limit)
+    {
+        // In slices, for what holds may also change without a piece of work here.
+        constexpr std::chrono::microseconds slice = std::chrono::milliseconds(20);
+        const auto end = std::chrono::steady_clock::now() + limit;
+        bool held = holds();
+        while (!held && std::chrono::steady_clock::now() < end)
+        {
+            const auto over = std::make_shared<bool>(false);
+            const auto span = std::chrono::nanoseconds(std::min(slice, limit)).count();
+            const auto timer =
+                platform::start<void>(platform::executorOf(loop_), clock_->sleep(span),
+                                      [over](const platform::Outcome<void>&) { *over = true; });
+            loop_->runUntil([&] { return (held = holds()) || *over; });
+            timer.cancel();
+        }
+        return held;
+    }
 
     /// What was handed to other threads, and came back from there, has been done.
-    void drain(const platform::Executor& executor);
+    void drain(const platform::Executor& executor)
+    {
+        const auto back = std::make_shared<bool>(false);
+        boost::asio::post(executor,
+                          [back, loop = loop_] { loop->enqueue([back] { *back = true; }); });
+        loop_->runUntil([&] { return *back; });
+    }
 
     /// The calls since the last `forgetCalls`.
     const std::list<std::shared_ptr<CyclesCall>>& calls() const { return calls_; }
@@ -75,8 +110,8 @@ public:
 private:
     const std::shared_ptr<platform::RunLoop> loop_ = std::make_shared<platform::RunLoop>();
     platform::WorkerThread worker_;
-    const platform::Executor elsewhere_;
-    const std::shared_ptr<platform::Clock> clock_;
+    const platform::Executor elsewhere_ = worker_.executor();
+    const std::shared_ptr<platform::Clock> clock_ = platform::systemClock(elsewhere_);
     std::list<std::shared_ptr<CyclesCall>> calls_;
 };
 

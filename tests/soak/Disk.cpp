@@ -44,69 +44,79 @@ void fill(std::vector<std::byte>& into, std::uint64_t from, std::uint64_t to, Ra
 
 }  // namespace
 
-Disk::Disk(const Disk& other)
-    : now_(other.now_), durable_(other.durable_), unsynced_(other.unsynced_)
+std::string shown(const DiskEvent& event)
 {
-    // A file may have several names, and must stay one.
-    std::map<File*, std::shared_ptr<File>> copies;
-    const auto copy = [&](Entry& entry)
-    {
-        if (!entry.file)
-            return;
-        auto& file = copies[entry.file.get()];
-        if (!file)
-            file = std::make_shared<File>(*entry.file);
-        entry.file = file;
-    };
-    for (auto* names : {&now_, &durable_})
-        for (auto& [name, entry] : *names)
-            copy(entry);
-    for (auto& change : unsynced_)
-        for (auto& [name, entry] : change)
-            copy(entry);
+    static constexpr const char* names[]{"create", "read",   "write", "truncate",    "sync",
+                                         "remove", "rename", "link",  "make folder", "sync folder"};
+    return std::string(names[static_cast<std::size_t>(event.kind)]) + " " +
+           (event.path.empty() ? "." : event.path) +
+           (event.target.empty() ? "" : " to " + event.target);
+}
+
+void DiskLog::after(const FileCall& call)
+{
+    // Temporary files of SQLite have no name and need no durability.
+    if (call.kind == FileCall::Kind::read || call.path.empty())
+        return;
+    // The folders above are there and stay there.
+    if (call.kind == FileCall::Kind::syncFolder && !(call.path + "/").starts_with(folder_))
+        return;
+    const std::lock_guard lock(mutex_);
+    events_.push_back({.kind = call.kind,
+                       .path = within(call.path),
+                       .target = call.target.empty() ? "" : within(call.target),
+                       .offset = call.offset,
+                       .data = {call.data.begin(), call.data.end()}});
+}
+
+std::string DiskLog::within(const std::string& path) const
+{
+    if (path + "/" == folder_)
+        return "";
+    if (!path.starts_with(folder_))
+        throw std::runtime_error("a call outside of the folder: " + path);
+    return path.substr(folder_.size());
 }
 
 void Disk::play(const DiskEvent& event)
 {
     using enum FileCall::Kind;
+    const auto entry = named(event.path);
     switch (event.kind)
     {
         case create:
-            change({{event.path, {.file = std::make_shared<File>(), .isFolder = false}}});
-            break;
+            files_.emplace_back();
+            return change({{event.path, files_.size() - 1}});
         case makeFolder:
-            change({{event.path, {.file = nullptr, .isFolder = true}}});
-            break;
+            return change({{event.path, aFolder}});
         case remove:
-            change({{event.path, {}}});
-            break;
+            return change({{event.path, nothing}});
         case link:
-            change({{event.target, now_[event.path]}});
-            break;
+            return change({{event.target, entry}});
         case rename:
-            change({{event.target, now_[event.path]}, {event.path, {}}});
-            break;
-        case write:
-            if (const auto written = file(event.path))
-                written->unsynced.push_back(
-                    {.offset = event.offset, .data = event.data, .truncates = false});
-            break;
-        case truncate:
-            if (const auto cutShort = file(event.path))
-                cutShort->unsynced.push_back(
-                    {.offset = event.offset, .data = {}, .truncates = true});
-            break;
-        case sync:
-            if (const auto synced = file(event.path))
-                syncFile(*synced);
-            break;
+            return change({{event.target, entry}, {event.path, nothing}});
         case syncFolder:
-            syncNames(event.path);
-            break;
+            return syncNames(event.path);
+        case write:
+        case truncate:
+            if (entry < files_.size())
+                files_[entry].unsynced.push_back({.offset = event.offset,
+                                                  .data = event.data,
+                                                  .truncates = event.kind == truncate});
+            return;
+        case sync:
+            if (entry < files_.size())
+                syncFile(files_[entry]);
+            return;
         case read:
-        case lockForWriting:
-            break;
+            return;
     }
+}
+
+Disk::Entry Disk::named(const std::string& path) const
+{
+    const auto found = now_.find(path);
+    return found == now_.end() ? nothing : found->second;
 }
 
 void Disk::change(NameChange change)
@@ -144,12 +154,6 @@ void Disk::syncFile(File& file)
     file.unsynced.clear();
 }
 
-std::shared_ptr<Disk::File> Disk::file(const std::string& path) const
-{
-    const auto entry = now_.find(path);
-    return entry == now_.end() ? nullptr : entry->second.file;
-}
-
 std::vector<std::byte> Disk::dataAfterCut(const File& file, Unsynced data, Random& random)
 {
     auto bytes = file.durable;
@@ -185,20 +189,20 @@ DiskImage Disk::cut(Unsynced names, Unsynced data, Random& random) const
                 left[name] = entry;
 
     DiskImage image;
-    std::map<const File*, std::string> written;
+    std::map<Entry, std::string> written;
     std::set<std::string> folders{""};
     for (const auto& [name, entry] : left)
     {
         // What lies in a folder that is gone is gone with it.
-        if ((!entry.file && !entry.isFolder) || !folders.contains(folderOf(name)))
+        if (entry == nothing || !folders.contains(folderOf(name)))
             continue;
-        DiskImage::Entry kept{.path = name, .isFolder = entry.isFolder, .linkedTo = {}, .data = {}};
-        if (entry.isFolder)
+        DiskImage::Entry kept{.path = name, .isFolder = entry == aFolder};
+        if (kept.isFolder)
             folders.insert(name);
-        else if (const auto [first, isNew] = written.emplace(entry.file.get(), name); !isNew)
+        else if (const auto [first, isNew] = written.emplace(entry, name); !isNew)
             kept.linkedTo = first->second;
         else
-            kept.data = dataAfterCut(*entry.file, data, random);
+            kept.data = dataAfterCut(files_[entry], data, random);
         image.entries.push_back(std::move(kept));
     }
     return image;

@@ -1,16 +1,47 @@
 #pragma once
 
-#include "tests/soak/DiskLog.hpp"
+#include "tests/soak/FileWatcher.hpp"
 #include "tests/soak/Random.hpp"
 
 #include <filesystem>
 #include <map>
-#include <memory>
-#include <string>
+#include <mutex>
 #include <vector>
 
 namespace soak
 {
+
+/// A call on the disk that was made, kept with its data.
+struct DiskEvent
+{
+    FileCall::Kind kind;
+    /// Below the folder that the log is about.
+    std::string path;
+    std::string target;
+    std::uint64_t offset = 0;
+    std::vector<std::byte> data;
+};
+
+/// For messages: "sync data/keychain.db-journal".
+std::string shown(const DiskEvent& event);
+
+/// Writes down every change of the disk below a folder.
+class DiskLog final : public FileWatcher
+{
+public:
+    explicit DiskLog(std::string folder) : folder_(std::move(folder) + "/") {}
+
+    void after(const FileCall& call) override;
+
+    const std::vector<DiskEvent>& events() const { return events_; }
+
+private:
+    std::string within(const std::string& path) const;
+
+    const std::string folder_;
+    std::mutex mutex_;
+    std::vector<DiskEvent> events_;
+};
 
 /// The files and folders that a power cut left.
 struct DiskImage
@@ -20,8 +51,8 @@ struct DiskImage
         std::string path;
         bool isFolder = false;
         /// Of a file, what other path names it too; empty for none.
-        std::string linkedTo;
-        std::vector<std::byte> data;
+        std::string linkedTo = {};
+        std::vector<std::byte> data = {};
     };
     /// A folder comes before what is in it.
     std::vector<Entry> entries;
@@ -38,11 +69,6 @@ struct DiskImage
 class Disk
 {
 public:
-    Disk() = default;
-    /// A disk of its own: what is played on one is not on the other.
-    Disk(const Disk& other);
-    Disk& operator=(const Disk&) = delete;
-
     /// What becomes of the changes that were not synced.
     enum class Unsynced
     {
@@ -71,12 +97,10 @@ private:
         std::vector<std::byte> durable;
         std::vector<Write> unsynced;
     };
-    /// What a name stands for: a file, a folder, or nothing.
-    struct Entry
-    {
-        std::shared_ptr<File> file;
-        bool isFolder = false;
-    };
+    /// What a name stands for: the index of a file, which may have several, a folder, or nothing.
+    using Entry = std::size_t;
+    static constexpr Entry aFolder = SIZE_MAX - 1;
+    static constexpr Entry nothing = SIZE_MAX;
     using Names = std::map<std::string, Entry>;
     /// One change of the names, which happens as a whole or not at all.
     using NameChange = std::vector<std::pair<std::string, Entry>>;
@@ -85,8 +109,9 @@ private:
     void syncNames(const std::string& folder);
     static void syncFile(File& file);
     static std::vector<std::byte> dataAfterCut(const File& file, Unsynced data, Random& random);
-    std::shared_ptr<File> file(const std::string& path) const;
+    Entry named(const std::string& path) const;
 
+    std::vector<File> files_;
     Names now_;
     Names durable_;
     std::vector<NameChange> unsynced_;

@@ -6,38 +6,51 @@ namespace soak
 {
 
 using platform::KeychainStatus;
+using enum Step::Kind;
 
-void Expectation::began(const Step& step)
+namespace
 {
-    underWay_ = step;
+
+std::string withDiagnostics(const std::string& wrong, const Store& store)
+{
+    return wrong.empty() ? wrong : wrong + " " + store.diagnostics();
+}
+
+}  // namespace
+
+void Expectation::happened(const Step& step)
+{
+    underWay_.reset();
+    stored_ = after(stored_, step);
+    if (step.kind == changePassphrase)
+        passphrase_ = step.number;
+    if (step.kind == removeAll)
+        perhapsUnfinished_.clear();
+    else
+        perhapsUnfinished_.erase(step.key);
 }
 
 std::string Expectation::acknowledged(const Step& step, KeychainStatus status)
 {
-    underWay_.reset();
     const auto expected = expectedStatus(stored_, step);
-    const auto before = stored_;
-    stored_ = after(stored_, step);
-    if (step.kind == Step::Kind::changePassphrase)
-        passphrase_ = step.number;
-    const bool good =
+    const bool isRight =
         status == expected || (expected == KeychainStatus::itemNotFound &&
                                status == KeychainStatus::success && removesWhatWasUnfinished(step));
-    if (step.kind == Step::Kind::removeAll)
-        perhapsUnfinished_.clear();
-    else
-        perhapsUnfinished_.erase(step.key);
-    if (good)
-        return {};
-    return shown(step) + " answered " + shown(status) + " instead of " + shown(expected) + " on " +
-           shown(before);
+    const auto wrong = shown(step) + " answered " + shown(status) + " instead of " +
+                       shown(expected) + " on " + shown(stored_);
+    happened(step);
+    return isRight ? "" : wrong;
 }
 
 bool Expectation::removesWhatWasUnfinished(const Step& step) const
 {
-    if (step.kind == Step::Kind::removeAll)
-        return !perhapsUnfinished_.empty();
-    return step.kind == Step::Kind::remove && perhapsUnfinished_.contains(step.key);
+    return step.kind == removeAll ? !perhapsUnfinished_.empty()
+                                  : step.kind == remove && perhapsUnfinished_.contains(step.key);
+}
+
+std::string Expectation::carryOut(const Step& step, Store& store)
+{
+    return withDiagnostics(acknowledged(step, soak::carryOut(step, store)), store);
 }
 
 std::string Expectation::text() const
@@ -48,113 +61,84 @@ std::string Expectation::text() const
 
 bool Expectation::explains(const State& found) const
 {
-    if (found == stored_)
-        return true;
-    if (!underWay_)
-        return false;
-    if (partialRemovals_ && underWay_->kind == Step::Kind::removeAll)
+    if (found == stored_ || !underWay_)
+        return found == stored_;
+    if (partialRemovals_ && underWay_->kind == removeAll)
         return std::ranges::includes(stored_, found);
     return found == after(stored_, *underWay_);
 }
 
-std::string Expectation::check(Items& items)
+void Expectation::noteUnfinished()
 {
-    const auto listing = items.all();
-    if (listing.status != KeychainStatus::success)
-        return "listing the items: " + shown(listing.status) + " instead of " + text();
-    if (!listing.fault.empty())
-        return listing.fault + " instead of " + text();
-
-    if (!explains(listing.numbers))
-        return "there is " + shown(listing.numbers) + " instead of " + text();
-    stored_ = listing.numbers;
-    const bool mayBeCutOff = partialRemovals_ && underWay_ &&
-                             underWay_->kind != Step::Kind::removeAll &&
-                             underWay_->kind != Step::Kind::changePassphrase;
+    const bool mayBeCutOff = partialRemovals_ && underWay_ && underWay_->kind != removeAll &&
+                             underWay_->kind != changePassphrase;
     if (mayBeCutOff && !stored_.contains(keyAt(underWay_->key)))
         perhapsUnfinished_.insert(underWay_->key);
     underWay_.reset();
-
-    for (std::size_t index = 0; index < keyCount; ++index)
-    {
-        const auto& key = keyAt(index);
-        const auto found = items.get(key);
-        const auto entry = stored_.find(key);
-        const auto expected =
-            entry == stored_.end() ? KeychainStatus::itemNotFound : KeychainStatus::success;
-        if (found.status != expected)
-            return "reading " + shown(key) + ": " + shown(found.status);
-        if (entry != stored_.end() && found.number != entry->second)
-            return "reading " + shown(key) + " gave " + shown(found.number) + " instead of write " +
-                   std::to_string(entry->second);
-    }
-    return {};
 }
 
-std::string Expectation::checkAnswers(Items& items) const
+std::string Expectation::check(Store& store)
 {
-    const auto listing = items.all();
+    const auto listing = store.all();
+    auto wrong = listing.fault;
+    if (listing.status != KeychainStatus::success)
+        wrong = "listing the items: " + shown(listing.status);
+    else if (wrong.empty() && !explains(listing.numbers))
+        wrong = "there is " + shown(listing.numbers);
+    if (!wrong.empty())
+        return withDiagnostics(wrong + " instead of " + text(), store);
+    stored_ = listing.numbers;
+    noteUnfinished();
+    return withDiagnostics(checkEachKey(store, false), store);
+}
+
+std::string Expectation::checkAnswers(Store& store) const
+{
+    const auto listing = store.all();
     if (!listing.fault.empty())
         return listing.fault;
     if (listing.status == KeychainStatus::success && listing.numbers != stored_)
         return "listed " + shown(listing.numbers) + " instead of " + shown(stored_);
+    return checkEachKey(store, true);
+}
 
+std::string Expectation::checkEachKey(Store& store, bool mayFail) const
+{
     for (std::size_t index = 0; index < keyCount; ++index)
     {
         const auto& key = keyAt(index);
-        const auto found = items.get(key);
+        const auto found = store.get(key);
         const auto entry = stored_.find(key);
         const bool isThere = entry != stored_.end();
-        if (found.status == KeychainStatus::itemNotFound && isThere)
-            return shown(key) + " is said not to exist";
-        if (found.status == KeychainStatus::success && (!isThere || found.number != entry->second))
-            return "reading " + shown(key) + " gave " + shown(found.number);
+        const bool isRight =
+            isThere ? found.status == KeychainStatus::success && found.number == entry->second
+                    : found.status == KeychainStatus::itemNotFound;
+        if (!isRight && (!mayFail || isAnswer(found.status)))
+            return "reading " + shown(key) + " gave " + shown(found.status) + ", " +
+                   shown(found.number) + " instead of " +
+                   (isThere ? shown(std::optional(entry->second)) : "none");
     }
     return {};
 }
 
-std::vector<std::uint64_t> Expectation::passphrases() const
+std::string Expectation::checkAnew(Place& place, Below below)
 {
-    std::vector<std::uint64_t> possible;
-    if (passphrase_)
-        possible.push_back(*passphrase_);
-    if (underWay_ && underWay_->kind == Step::Kind::changePassphrase)
-        possible.push_back(underWay_->number);
-    return possible;
-}
-
-void Expectation::setPassphrase(std::uint64_t number)
-{
-    passphrase_ = number;
-}
-
-std::string checkAnew(Place& place, Expectation& expectation, Below below)
-{
-    if (!place.passphrase)
-    {
-        const auto store = openStore(place, below);
-        Items items(store->items());
-        const auto wrong = expectation.check(items);
-        return wrong.empty() ? wrong : wrong + " " + store->diagnostics();
-    }
+    std::vector<std::optional<std::uint64_t>> passphrases{passphrase_};
+    if (underWay_ && underWay_->kind == changePassphrase)
+        passphrases.emplace_back(underWay_->number);
     std::string refusals;
-    for (const auto number : expectation.passphrases())
+    for (const auto& number : passphrases)
     {
-        auto tried = place;
-        tried.passphrase = number;
-        const auto store = openStore(tried, below);
-        Items items(store->items());
-        const auto status = items.get(keyAt(0)).status;
-        if (status != KeychainStatus::success && status != KeychainStatus::itemNotFound)
+        place.passphrase = number;
+        Store store(place, below);
+        const auto status = store.get(keyAt(0)).status;
+        if (!number || isAnswer(status))
         {
-            refusals += "passphrase " + std::to_string(number) + ": " + shown(status) + " " +
-                        store->diagnostics() + "; ";
-            continue;
+            passphrase_ = number;
+            return check(store);
         }
-        place = tried;
-        expectation.setPassphrase(number);
-        const auto wrong = expectation.check(items);
-        return wrong.empty() ? wrong : wrong + " " + store->diagnostics();
+        refusals += "passphrase " + std::to_string(*number) + ": " + shown(status) + " " +
+                    store.diagnostics() + "; ";
     }
     return "no passphrase opens the store: " + refusals;
 }

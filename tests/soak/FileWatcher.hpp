@@ -1,7 +1,10 @@
 #pragma once
 
+#include "Platform/Security/Embedded/FileLayer.hpp"
+
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 
@@ -24,8 +27,6 @@ struct FileCall
         link,
         makeFolder,
         syncFolder,
-        /// A lock that lets its holder write.
-        lockForWriting,
     };
 
     Kind kind = Kind::write;
@@ -49,15 +50,30 @@ enum class Fate
     half,
 };
 
-/// Told of every call before it is made, from whichever thread makes it, and decides about it.
+/// Told of every call, from whichever thread makes it.
 class FileWatcher
 {
 public:
     virtual ~FileWatcher() = default;
-    virtual Fate before(const FileCall& call) = 0;
+
+    /// Decides about a call before it is made.
+    virtual Fate before(const FileCall&) { return Fate::done; }
 
     /// The call was made, and succeeded.
-    virtual void after(const FileCall& call) { static_cast<void>(call); }
+    virtual void after(const FileCall&) {}
 };
+
+/// The name of a file layer of SQLite that does what the machine's own does, and tells the watcher.
+const char* watchedVFS();
+
+/// The store's calls on its small files, told to the same watcher.
+std::shared_ptr<platform::FileLayer> watchedFileLayer();
+
+/// Replaces the watcher; null for none. Not while a store is in use.
+void watchFiles(std::shared_ptr<FileWatcher> watcher);
+
+// For the two layers.
+Fate fateOf(const FileCall& call);
+void tellWatcher(const FileCall& call);
 
 }  // namespace soak

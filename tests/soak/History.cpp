@@ -16,7 +16,7 @@ using Value = std::optional<std::uint64_t>;
 struct Course
 {
     std::uint64_t happened = 0;
-    Value stored;
+    Value stored = {};
 
     auto operator<=>(const Course&) const = default;
 };
@@ -29,23 +29,14 @@ std::optional<Value> after(const Event& event, const Value& stored)
                           (event.needs == Event::Needs::exactly && stored == event.value);
     if (!possible)
         return std::nullopt;
-    switch (event.leaves)
-    {
-        case Event::Leaves::absent:
-            return Value();
-        case Event::Leaves::value:
-            return Value(event.value);
-        case Event::Leaves::same:
-            break;
-    }
-    return stored;
+    if (event.leaves == Event::Leaves::same)
+        return stored;
+    return event.leaves == Event::Leaves::value ? Value(event.value) : Value();
 }
 
 class Courses
 {
 public:
-    explicit Courses(Value first) : courses_{{.happened = 0, .stored = first}} {}
-
     void begin(const Event& event) { open_[event.process] = &event; }
 
     /// The event has ended, so in every course it must have happened by now, after any of the open
@@ -65,9 +56,14 @@ public:
                 reached.insert({.happened = course.happened & ~bit, .stored = course.stored});
                 continue;
             }
-            for (const auto& next : followers(course))
-                if (seen.insert(next).second)
+            for (const auto& [process, other] : open_)
+            {
+                const auto its = std::uint64_t(1) << process;
+                const auto stored = after(*other, course.stored);
+                const Course next{course.happened | its, stored.value_or(std::nullopt)};
+                if ((course.happened & its) == 0 && stored && seen.insert(next).second)
                     waiting.push_back(next);
+            }
         }
         courses_ = std::move(reached);
         open_.erase(event.process);
@@ -75,21 +71,7 @@ public:
     }
 
 private:
-    std::vector<Course> followers(const Course& course) const
-    {
-        std::vector<Course> next;
-        for (const auto& [process, event] : open_)
-        {
-            const auto bit = std::uint64_t(1) << process;
-            if (course.happened & bit)
-                continue;
-            if (const auto stored = after(*event, course.stored))
-                next.push_back({.happened = course.happened | bit, .stored = *stored});
-        }
-        return next;
-    }
-
-    std::set<Course> courses_;
+    std::set<Course> courses_{Course()};
     std::map<std::uint8_t, const Event*> open_;
 };
 
@@ -105,8 +87,7 @@ struct Edge
 
 }  // namespace
 
-std::optional<std::size_t> firstUnexplained(const std::vector<Event>& events,
-                                            std::optional<std::uint64_t> first)
+std::optional<std::size_t> firstUnexplained(const std::vector<Event>& events)
 {
     std::vector<Edge> edges;
     edges.reserve(events.size() * 2);
@@ -117,7 +98,7 @@ std::optional<std::size_t> firstUnexplained(const std::vector<Event>& events,
     }
     std::ranges::sort(edges);
 
-    Courses courses(first);
+    Courses courses;
     for (const auto& edge : edges)
     {
         if (!edge.isEnd)

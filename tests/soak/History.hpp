@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace soak
@@ -39,12 +38,11 @@ struct Event
 };
 
 /// Whether there is an order of the calls on one key, in which each takes effect between its start
-/// and its end, that explains all of them, from `first` on. Decides it exactly. Nothing when there
-/// is one, otherwise the index of the first call in `events` that none explains, in the order of
-/// ends.
+/// and its end, that explains all of them, with nothing stored at first. Decides it exactly.
+/// Nothing when there is one, otherwise the index of the first call in `events` that none explains,
+/// in the order of ends.
 ///
 /// At most 64 processes.
-std::optional<std::size_t> firstUnexplained(const std::vector<Event>& events,
-                                            std::optional<std::uint64_t> first);
+std::optional<std::size_t> firstUnexplained(const std::vector<Event>& events);
 
 }  // namespace soak

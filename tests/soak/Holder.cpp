@@ -1,15 +1,10 @@
-#include "tests/soak/Holder.hpp"
-
 #include "tests/soak/Child.hpp"
-#include "tests/soak/Expectation.hpp"
+#include "tests/soak/FileWatcher.hpp"
 #include "tests/soak/Runs.hpp"
-#include "tests/soak/WatchedVFS.hpp"
 
 #include <sys/wait.h>
-#include <unistd.h>
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 
 namespace soak
 {
@@ -43,22 +38,22 @@ private:
 };
 
 /// Every operation against the stopped holder; what a reader is told may be right or an error.
-std::string meetHolder(Items& items)
+std::string meetHolder(Store& store)
 {
     struct Operation
     {
         const char* name;
-        KeychainStatus (*run)(Items&);
+        KeychainStatus (*run)(Store&);
         bool writes;
     };
     static constexpr Operation operations[]{
-        {"a put", [](Items& one) { return one.put(keyAt(0), 2); }, true},
-        {"a remove", [](Items& one) { return one.remove(keyAt(0)); }, true},
-        {"a read", [](Items& one) { return one.get(keyAt(0)).status; }, false}};
+        {"a put", [](Store& one) { return one.put(keyAt(0), 2); }, true},
+        {"a remove", [](Store& one) { return one.remove(keyAt(0)); }, true},
+        {"a read", [](Store& one) { return one.get(keyAt(0)).status; }, false}};
     for (const auto& [name, run, writes] : operations)
     {
         const auto start = Clock::now();
-        const auto status = run(items);
+        const auto status = run(store);
         const auto took =
             std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
         if (took > longestWait)
@@ -72,18 +67,15 @@ std::string meetHolder(Items& items)
 }
 
 /// `end` wakes the holder or kills it; `possible` are the writes that may be there then.
-std::string roundWithHolder(const Place& place, int end, std::vector<std::uint64_t> possible)
+std::string roundWithHolder(const Place& place, int end, const std::vector<std::uint64_t>& possible)
 {
-    auto arguments = place.arguments();
-    arguments.insert(arguments.begin(), "holder");
-    Child holder(arguments);
+    Child holder(place.command("holder"));
     int state = 0;
     if (waitpid(holder.pid(), &state, WUNTRACED) != holder.pid() || !WIFSTOPPED(state))
         return "the holder did not stop: " + shownEnd(state);
 
-    const auto store = openStore(place);
-    Items items(store->items());
-    auto wrong = meetHolder(items);
+    Store store(place);
+    auto wrong = meetHolder(store);
     holder.signal(end);
     const auto ended = holder.wait();
     if (!wrong.empty())
@@ -91,11 +83,11 @@ std::string roundWithHolder(const Place& place, int end, std::vector<std::uint64
     if (end == SIGCONT && ended != 0)
         return "the holder could not go on: " + shownEnd(ended);
 
-    const auto found = items.get(keyAt(0));
+    const auto found = store.get(keyAt(0));
     if (found.status != KeychainStatus::success ||
         std::ranges::find(possible, found.number) == possible.end())
         return "afterwards a read gave " + shown(found.status) + ", " + shown(found.number);
-    const auto status = items.put(keyAt(0), 4);
+    const auto status = store.put(keyAt(0), 4);
     return status == KeychainStatus::success ? "" : "afterwards a put gave " + shown(status);
 }
 
@@ -103,37 +95,19 @@ std::string roundWithHolder(const Place& place, int end, std::vector<std::uint64
 
 void meetStoppedHolder(const Place& place, Report& report)
 {
-    {
-        const auto store = openStore(place);
-        Items(store->items()).put(keyAt(0), 4);
-    }
-    struct Round
-    {
-        const char* name;
-        int signal;
-        std::vector<std::uint64_t> possible;
-    };
-    for (const auto& [name, signal, possible] :
-         {Round{"a stopped holder that goes on", SIGCONT, {3}},
-          Round{"a stopped holder that is killed", SIGKILL, {3, 4}}})
-    {
-        const auto wrong = roundWithHolder(place, signal, possible);
-        if (wrong.empty())
-            report.passed();
-        else
-            report.failed(std::string(name) + ": " + wrong);
-    }
+    Store(place).put(keyAt(0), 4);
+    report.judged(roundWithHolder(place, SIGCONT, {3}), "a stopped holder that goes on");
+    report.judged(roundWithHolder(place, SIGKILL, {3, 4}), "a stopped holder that is killed");
 }
 
 /// Stops itself in the middle of a put.
-int beHolder(const Place& place)
+int beHolder(const Settings& settings)
 {
-    const auto store = openStore(place, Below::watched);
-    Items items(store->items());
-    if (items.get(keyAt(0)).status != KeychainStatus::success)
+    Store store(settings.place, Below::watched);
+    if (store.get(keyAt(0)).status != KeychainStatus::success)
         return 3;
     watchFiles(std::make_shared<Stopper>());
-    return items.put(keyAt(0), 3) == KeychainStatus::success ? 0 : 3;
+    return store.put(keyAt(0), 3) == KeychainStatus::success ? 0 : 3;
 }
 
 }  // namespace soak

@@ -34,6 +34,14 @@ void Report::failed(const std::string& what)
     showProgress();
 }
 
+void Report::judged(const std::string& wrong, const std::string& where)
+{
+    if (wrong.empty())
+        passed();
+    else
+        failed(where + ": " + wrong);
+}
+
 void Report::showProgress()
 {
     const auto now = std::chrono::steady_clock::now();

@@ -18,7 +18,9 @@ public:
     void passed(std::uint64_t cases = 1);
     void failed(const std::string& what);
 
-    std::uint64_t failures() const { return failed_; }
+    /// Failed if something is `wrong`; `where` is told before it.
+    void judged(const std::string& wrong, const std::string& where);
+
     std::uint64_t cases() const { return passed_ + failed_; }
 
     /// Prints `detail` and the closing line; returns the program's exit code. A run without a

@@ -1,5 +1,8 @@
 #include "tests/soak/Step.hpp"
 
+#include <algorithm>
+#include <array>
+
 namespace soak
 {
 
@@ -8,99 +11,65 @@ using enum Step::Kind;
 
 Step anyStep(Random& random, std::uint64_t number, bool withPassphrase)
 {
-    Step step{.kind = put,
-              .key = static_cast<std::uint8_t>(random.below(keyCount)),
-              .otherKey = 0,
-              .number = number};
-    step.otherKey =
-        static_cast<std::uint8_t>((step.key + 1 + random.below(keyCount - 1)) % keyCount);
+    struct Share
+    {
+        Step::Kind kind;
+        std::uint64_t end;
+    };
+    static constexpr Share shares[]{{changePassphrase, 8}, {remove, 20},    {update, 30}, {add, 38},
+                                    {putRefused, 43},      {removeAll, 46}, {put, 100}};
+    const auto key = random.below(keyCount);
+    const auto otherKey = (key + 1 + random.below(keyCount - 1)) % keyCount;
     const auto chance = random.below(100);
-    if (withPassphrase && chance < 8)
-        step.kind = changePassphrase;
-    else if (chance < 20)
-        step.kind = remove;
-    else if (chance < 30)
-        step.kind = update;
-    else if (chance < 38)
-        step.kind = add;
-    else if (chance < 43)
-        step.kind = putRefused;
-    else if (chance < 46)
-        step.kind = removeAll;
-    return step;
+    const auto* share = std::ranges::find_if(
+        shares, [&](const Share& one)
+        { return chance < one.end && (withPassphrase || one.kind != changePassphrase); });
+    return {share->kind, static_cast<std::uint8_t>(key), number,
+            static_cast<std::uint8_t>(otherKey)};
 }
 
 State after(const State& state, const Step& step)
 {
     auto next = state;
     const auto& key = keyAt(step.key);
-    switch (step.kind)
-    {
-        case put:
-            next[key] = step.number;
-            break;
-        case add:
-            next.emplace(key, step.number);
-            break;
-        case update:
-            if (next.contains(key))
-                next[key] = step.number;
-            break;
-        case remove:
-            next.erase(key);
-            break;
-        case removeAll:
-            next.clear();
-            break;
-        case putRefused:
-            next.erase(key);
-            next.emplace(keyAt(step.otherKey), step.number);
-            break;
-        case changePassphrase:
-            break;
-    }
+    if (step.kind == removeAll)
+        next.clear();
+    if (step.kind == remove || step.kind == putRefused)
+        next.erase(key);
+    if (step.kind == put || (step.kind == update && next.contains(key)))
+        next[key] = step.number;
+    if (step.kind == add || step.kind == putRefused)
+        next.emplace(keyAt(step.kind == add ? step.key : step.otherKey), step.number);
     return next;
 }
 
 KeychainStatus expectedStatus(const State& state, const Step& step)
 {
-    const bool there = state.contains(keyAt(step.key));
-    switch (step.kind)
-    {
-        case add:
-            return there ? KeychainStatus::duplicateItem : KeychainStatus::success;
-        case remove:
-            return there ? KeychainStatus::success : KeychainStatus::itemNotFound;
-        case removeAll:
-            return state.empty() ? KeychainStatus::itemNotFound : KeychainStatus::success;
-        case putRefused:
-            return state.contains(keyAt(step.otherKey)) ? KeychainStatus::duplicateItem
-                                                        : KeychainStatus::success;
-        case put:
-        case update:
-        case changePassphrase:
-            break;
-    }
+    const bool isThere = state.contains(keyAt(step.kind == putRefused ? step.otherKey : step.key));
+    if ((step.kind == add || step.kind == putRefused) && isThere)
+        return KeychainStatus::duplicateItem;
+    if ((step.kind == remove && !isThere) || (step.kind == removeAll && state.empty()))
+        return KeychainStatus::itemNotFound;
     return KeychainStatus::success;
 }
 
-KeychainStatus carryOut(const Step& step, Items& items, Store& store)
+KeychainStatus carryOut(const Step& step, Store& store)
 {
     const auto& key = keyAt(step.key);
     switch (step.kind)
     {
         case put:
-            return items.put(key, step.number);
+            return store.put(key, step.number);
         case add:
-            return items.add(key, step.number);
+            return store.add(key, step.number);
         case update:
-            return items.update(key, step.number);
+            return store.update(key, step.number);
         case remove:
-            return items.remove(key);
+            return store.remove(key);
         case removeAll:
-            return items.removeAll();
+            return store.removeAll();
         case putRefused:
-            return items.putRefused(key, keyAt(step.otherKey), step.number);
+            return store.replace(key, keyAt(step.otherKey), step.number);
         case changePassphrase:
             break;
     }
@@ -109,26 +78,17 @@ KeychainStatus carryOut(const Step& step, Items& items, Store& store)
 
 std::string shown(const Step& step)
 {
-    const auto key = shown(keyAt(step.key));
-    switch (step.kind)
-    {
-        case put:
-            return "put " + key + " as write " + std::to_string(step.number);
-        case add:
-            return "add " + key + " as write " + std::to_string(step.number);
-        case update:
-            return "update " + key + " to write " + std::to_string(step.number);
-        case remove:
-            return "remove " + key;
-        case removeAll:
-            return "remove all";
-        case putRefused:
-            return "delete " + key + " with an add of " + shown(keyAt(step.otherKey)) +
-                   " as write " + std::to_string(step.number);
-        case changePassphrase:
-            break;
-    }
-    return "change to passphrase " + std::to_string(step.number);
+    static constexpr std::array names{"put",
+                                      "add",
+                                      "update",
+                                      "remove",
+                                      "remove all",
+                                      "delete with an add of another key",
+                                      "change the passphrase"};
+    auto text = names.at(static_cast<std::size_t>(step.kind)) + (" " + shown(keyAt(step.key)));
+    if (step.kind == putRefused)
+        text += " and " + shown(keyAt(step.otherKey));
+    return text + " as " + std::to_string(step.number);
 }
 
 std::string shown(const State& state)

@@ -1,20 +1,12 @@
 #pragma once
 
-#include "tests/soak/Items.hpp"
-#include "tests/soak/Place.hpp"
 #include "tests/soak/Random.hpp"
-
-#include <cstdint>
-#include <map>
-#include <string>
+#include "tests/soak/Store.hpp"
 
 namespace soak
 {
 
-/// What is stored: for each key, which write.
-using State = std::map<std::string, std::uint64_t, std::less<>>;
-
-/// One change of a store; trivially copyable, because it travels through pipes as it is.
+/// One change of a store; trivially copyable, because it travels between processes as it is.
 struct Step
 {
     enum class Kind : std::uint8_t
@@ -30,10 +22,10 @@ struct Step
 
     Kind kind = Kind::put;
     std::uint8_t key = 0;
-    /// For `putRefused`, whose add is to be refused.
-    std::uint8_t otherKey = 0;
     /// Of the write, or of the passphrase.
     std::uint64_t number = 0;
+    /// For `putRefused`, whose add is to be refused.
+    std::uint8_t otherKey = 0;
 };
 
 /// Any step, with `number`; changes of the passphrase only where there is one.
@@ -43,7 +35,7 @@ Step anyStep(Random& random, std::uint64_t number, bool withPassphrase);
 State after(const State& state, const Step& step);
 platform::KeychainStatus expectedStatus(const State& state, const Step& step);
 
-platform::KeychainStatus carryOut(const Step& step, Items& items, Store& store);
+platform::KeychainStatus carryOut(const Step& step, Store& store);
 
 /// For messages.
 std::string shown(const Step& step);

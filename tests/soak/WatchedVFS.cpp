@@ -1,4 +1,4 @@
-#include "tests/soak/WatchedVFS.hpp"
+#include "tests/soak/FileWatcher.hpp"
 
 #include <sqlite3.h>
 #include <unistd.h>
@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <new>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 namespace soak
@@ -35,7 +36,6 @@ struct WatchedFile
     std::string path;
 
     sqlite3_file* inner() { return reinterpret_cast<sqlite3_file*>(this + 1); }
-    const sqlite3_io_methods& methods() { return *inner()->pMethods; }
 };
 
 WatchedFile& of(sqlite3_file* file)
@@ -43,10 +43,21 @@ WatchedFile& of(sqlite3_file* file)
     return *reinterpret_cast<WatchedFile*>(file);
 }
 
-Fate fateOf(const FileCall& call)
+using Kind = FileCall::Kind;
+using Methods = sqlite3_io_methods;
+
+/// Hands a call on to the machine's file as it is.
+template <auto method, class Function = std::remove_cvref_t<decltype(Methods().*method)>>
+struct Machine;
+
+template <auto method, class Result, class... Arguments>
+struct Machine<method, Result (*)(sqlite3_file*, Arguments...)>
 {
-    return watcher ? watcher->before(call) : Fate::done;
-}
+    static Result call(sqlite3_file* file, Arguments... arguments)
+    {
+        return (of(file).inner()->pMethods->*method)(of(file).inner(), arguments...);
+    }
+};
 
 int code(Fate fate, int error)
 {
@@ -60,23 +71,21 @@ int make(const FileCall& call, int error, Function function)
     if (const auto fate = fateOf(call); fate != Fate::done)
         return code(fate, error);
     const int result = function();
-    if (result == SQLITE_OK && watcher)
-        watcher->after(call);
+    if (result == SQLITE_OK)
+        tellWatcher(call);
     return result;
 }
 
 /// Whether it succeeds is nothing that SQLite asks, so nobody can refuse it.
 void tellFolderSync(const std::string& path)
 {
-    if (!std::exchange(openedFolder, false) || !watcher)
-        return;
-    watcher->after(
-        {.kind = FileCall::Kind::syncFolder, .path = std::filesystem::path(path).parent_path()});
+    if (std::exchange(openedFolder, false))
+        tellWatcher({Kind::syncFolder, std::filesystem::path(path).parent_path()});
 }
 
 int closeFile(sqlite3_file* file)
 {
-    const int result = of(file).methods().xClose(of(file).inner());
+    const int result = Machine<&Methods::xClose>::call(file);
     of(file).~WatchedFile();
     file->pMethods = nullptr;
     return result;
@@ -84,18 +93,15 @@ int closeFile(sqlite3_file* file)
 
 int readFile(sqlite3_file* file, void* into, int size, sqlite3_int64 offset)
 {
-    return make({.kind = FileCall::Kind::read, .path = of(file).path}, SQLITE_IOERR_READ,
-                [&] { return of(file).methods().xRead(of(file).inner(), into, size, offset); });
+    return make({Kind::read, of(file).path}, SQLITE_IOERR_READ,
+                [&] { return Machine<&Methods::xRead>::call(file, into, size, offset); });
 }
 
 int writeFile(sqlite3_file* file, const void* from, int size, sqlite3_int64 offset)
 {
-    auto& watched = of(file);
     const std::span data(static_cast<const std::byte*>(from), static_cast<std::size_t>(size));
-    FileCall call{.kind = FileCall::Kind::write,
-                  .path = watched.path,
-                  .offset = static_cast<std::uint64_t>(offset),
-                  .data = data};
+    FileCall call{
+        .path = of(file).path, .offset = static_cast<std::uint64_t>(offset), .data = data};
     const auto fate = fateOf(call);
     if (fate == Fate::half)
     {
@@ -104,9 +110,9 @@ int writeFile(sqlite3_file* file, const void* from, int size, sqlite3_int64 offs
     }
     else if (fate != Fate::done)
         return code(fate, SQLITE_IOERR_WRITE);
-    const int result = watched.methods().xWrite(watched.inner(), from, size, offset);
-    if (result == SQLITE_OK && watcher)
-        watcher->after(call);
+    const int result = Machine<&Methods::xWrite>::call(file, from, size, offset);
+    if (result == SQLITE_OK)
+        tellWatcher(call);
     return result == SQLITE_OK && fate == Fate::half ? SQLITE_FULL : result;
 }
 
@@ -116,96 +122,38 @@ int truncateFile(sqlite3_file* file, sqlite3_int64 size)
                  .path = of(file).path,
                  .offset = static_cast<std::uint64_t>(size)},
                 SQLITE_IOERR_TRUNCATE,
-                [&] { return of(file).methods().xTruncate(of(file).inner(), size); });
+                [&] { return Machine<&Methods::xTruncate>::call(file, size); });
 }
 
 int syncFile(sqlite3_file* file, int flags)
 {
     openedFolder = false;
-    const int result =
-        make({.kind = FileCall::Kind::sync, .path = of(file).path}, SQLITE_IOERR_FSYNC,
-             [&] { return of(file).methods().xSync(of(file).inner(), flags); });
+    const int result = make({Kind::sync, of(file).path}, SQLITE_IOERR_FSYNC,
+                            [&] { return Machine<&Methods::xSync>::call(file, flags); });
     tellFolderSync(of(file).path);
     return result;
 }
 
-int sizeOfFile(sqlite3_file* file, sqlite3_int64* size)
-{
-    return of(file).methods().xFileSize(of(file).inner(), size);
-}
-
-int lockFile(sqlite3_file* file, int level)
-{
-    const int result = of(file).methods().xLock(of(file).inner(), level);
-    if (result == SQLITE_OK && level >= SQLITE_LOCK_RESERVED && watcher)
-        watcher->after({.kind = FileCall::Kind::lockForWriting, .path = of(file).path});
-    return result;
-}
-
-int unlockFile(sqlite3_file* file, int level)
-{
-    return of(file).methods().xUnlock(of(file).inner(), level);
-}
-
-int checkReserved(sqlite3_file* file, int* result)
-{
-    return of(file).methods().xCheckReservedLock(of(file).inner(), result);
-}
-
-int control(sqlite3_file* file, int operation, void* argument)
-{
-    return of(file).methods().xFileControl(of(file).inner(), operation, argument);
-}
-
-int sectorSize(sqlite3_file* file)
-{
-    return of(file).methods().xSectorSize(of(file).inner());
-}
-
-int characteristics(sqlite3_file* file)
-{
-    return of(file).methods().xDeviceCharacteristics(of(file).inner());
-}
-
-int mapShared(sqlite3_file* file, int page, int size, int extend, void volatile** into)
-{
-    return of(file).methods().xShmMap(of(file).inner(), page, size, extend, into);
-}
-
-int lockShared(sqlite3_file* file, int offset, int count, int flags)
-{
-    const int result = of(file).methods().xShmLock(of(file).inner(), offset, count, flags);
-    // The first of these locks is the writer's, where there is a write-ahead log.
-    constexpr int exclusive = SQLITE_SHM_LOCK | SQLITE_SHM_EXCLUSIVE;
-    if (result == SQLITE_OK && offset == 0 && flags == exclusive && watcher)
-        watcher->after({.kind = FileCall::Kind::lockForWriting, .path = of(file).path});
-    return result;
-}
-
-void barrier(sqlite3_file* file)
-{
-    of(file).methods().xShmBarrier(of(file).inner());
-}
-
-int unmapShared(sqlite3_file* file, int remove)
-{
-    return of(file).methods().xShmUnmap(of(file).inner(), remove);
-}
-
-int fetch(sqlite3_file* file, sqlite3_int64 offset, int size, void** into)
-{
-    return of(file).methods().xFetch(of(file).inner(), offset, size, into);
-}
-
-int unfetch(sqlite3_file* file, sqlite3_int64 offset, void* from)
-{
-    return of(file).methods().xUnfetch(of(file).inner(), offset, from);
-}
-
-constexpr sqlite3_io_methods fileMethods{
-    3,          closeFile,  readFile,      writeFile, truncateFile, syncFile,        sizeOfFile,
-    lockFile,   unlockFile, checkReserved, control,   sectorSize,   characteristics, mapShared,
-    lockShared, barrier,    unmapShared,   fetch,     unfetch};
+constexpr Methods fileMethods{
+    .iVersion = 3,
+    .xClose = closeFile,
+    .xRead = readFile,
+    .xWrite = writeFile,
+    .xTruncate = truncateFile,
+    .xSync = syncFile,
+    .xFileSize = Machine<&Methods::xFileSize>::call,
+    .xLock = Machine<&Methods::xLock>::call,
+    .xUnlock = Machine<&Methods::xUnlock>::call,
+    .xCheckReservedLock = Machine<&Methods::xCheckReservedLock>::call,
+    .xFileControl = Machine<&Methods::xFileControl>::call,
+    .xSectorSize = Machine<&Methods::xSectorSize>::call,
+    .xDeviceCharacteristics = Machine<&Methods::xDeviceCharacteristics>::call,
+    .xShmMap = Machine<&Methods::xShmMap>::call,
+    .xShmLock = Machine<&Methods::xShmLock>::call,
+    .xShmBarrier = Machine<&Methods::xShmBarrier>::call,
+    .xShmUnmap = Machine<&Methods::xShmUnmap>::call,
+    .xFetch = Machine<&Methods::xFetch>::call,
+    .xUnfetch = Machine<&Methods::xUnfetch>::call};
 
 int openFile(sqlite3_vfs*, sqlite3_filename path, sqlite3_file* file, int flags, int* outFlags)
 {
@@ -213,9 +161,7 @@ int openFile(sqlite3_vfs*, sqlite3_filename path, sqlite3_file* file, int flags,
     const auto open = [&]
     { return machine->xOpen(machine, path, watched.inner(), flags, outFlags); };
     const bool creates = path && (flags & SQLITE_OPEN_CREATE) != 0 && access(path, F_OK) != 0;
-    const int result = creates ? make({.kind = FileCall::Kind::create, .path = watched.path},
-                                      SQLITE_CANTOPEN, open)
-                               : open();
+    const int result = creates ? make({Kind::create, watched.path}, SQLITE_CANTOPEN, open) : open();
     if (result != SQLITE_OK)
     {
         watched.~WatchedFile();
@@ -229,7 +175,7 @@ int openFile(sqlite3_vfs*, sqlite3_filename path, sqlite3_file* file, int flags,
 int removeFile(sqlite3_vfs*, const char* path, int syncsFolder)
 {
     openedFolder = false;
-    const int result = make({.kind = FileCall::Kind::remove, .path = path}, SQLITE_IOERR_DELETE,
+    const int result = make({Kind::remove, path}, SQLITE_IOERR_DELETE,
                             [&] { return machine->xDelete(machine, path, syncsFolder); });
     tellFolderSync(path);
     return result;
@@ -247,10 +193,12 @@ sqlite3_vfs derive(const sqlite3_vfs& from)
     return vfs;
 }
 
-void registerOnce()
+}  // namespace
+
+const char* watchedVFS()
 {
     if (machine)
-        return;
+        return name;
     machine = sqlite3_vfs_find(nullptr);
     openDirectory = reinterpret_cast<OpenDirectory>(
         machine ? machine->xGetSystemCall(machine, "openDirectory") : nullptr);
@@ -260,13 +208,6 @@ void registerOnce()
                             reinterpret_cast<sqlite3_syscall_ptr>(noteFolder));
     static auto vfs = derive(*machine);
     sqlite3_vfs_register(&vfs, 0);
-}
-
-}  // namespace
-
-const char* watchedVFS()
-{
-    registerOnce();
     return name;
 }
 
@@ -275,9 +216,15 @@ void watchFiles(std::shared_ptr<FileWatcher> next)
     watcher = std::move(next);
 }
 
-const std::shared_ptr<FileWatcher>& currentWatcher()
+Fate fateOf(const FileCall& call)
 {
-    return watcher;
+    return watcher ? watcher->before(call) : Fate::done;
+}
+
+void tellWatcher(const FileCall& call)
+{
+    if (watcher)
+        watcher->after(call);
 }
 
 }  // namespace soak

@@ -12,46 +12,16 @@
 #include <atomic>
 #include <future>
 #include <memory>
-#include <stdexcept>
-#include <string>
 
 using namespace platform;
 
 namespace
 {
 
-/// A value that can neither be copied nor made from nothing.
-struct Parcel
-{
-    explicit Parcel(int value) : content(std::make_unique<int>(value)) {}
-    std::unique_ptr<int> content;
-};
-
-Awaitable<Parcel> parcel(int content)
-{
-    Parcel made(content);
-    co_return made;
-}
-
-Awaitable<int> failing()
-{
-    throw std::runtime_error("broken");
-    co_return 0;
-}
-
 Awaitable<int> waiting(std::shared_ptr<Clock> clock, int result)
 {
     co_await clock->sleep(1'000'000'000);
     co_return result;
-}
-
-/// Looks at its own argument before it looks for cancellation.
-Awaitable<int> checkingInOrder(bool valid)
-{
-    if (!valid)
-        throw std::invalid_argument("argument");
-    co_await checkCancellation();
-    co_return 1;
 }
 
 struct Concurrency : testing::Test
@@ -86,51 +56,6 @@ TEST_F(Concurrency, WorkOnAnActorRunsThereAndItsCallerContinuesAtHome)
 
     EXPECT_FALSE(places.workOnMain);
     EXPECT_TRUE(places.callerOnMain);
-}
-
-TEST_F(Concurrency, OutcomesCrossExecutorsWhateverTheirType)
-{
-    Actor actor(worker.executor());
-
-    EXPECT_EQ(*runToEnd(loop, actor.run(parcel(7))).content, 7);
-    EXPECT_THROW(runToEnd(loop, actor.run(failing())), std::runtime_error);
-    EXPECT_NO_THROW(runToEnd(loop, actor.run(checkCancellation())));
-}
-
-TEST_F(Concurrency, CancelledWorkKeepsTheOrderOfItsOwnChecks)
-{
-    auto caller = [](Actor actor, std::shared_ptr<Clock> time, bool valid) -> Awaitable<int>
-    {
-        auto ended = co_await detail::outcomeOf<int>(waiting(time, 0));
-        EXPECT_FALSE(ended.succeeded());
-        co_return co_await actor.run(checkingInOrder(valid));
-    };
-    for (const bool valid : {true, false})
-    {
-        auto task = Task<int>::start(main, caller(Actor(worker.executor()), clock, valid));
-        task.cancel();
-
-        if (valid)
-            EXPECT_THROW(runToEnd(loop, task.value()), CancellationError);
-        else
-            EXPECT_THROW(runToEnd(loop, task.value()), std::invalid_argument);
-    }
-}
-
-TEST_F(Concurrency, EveryAwaiterOfATaskGetsItsOutcome)
-{
-    auto task = Task<int>::start(main, waiting(clock, 5));
-    auto first = Task<int>::start(main, task.value());
-    auto second = Task<int>::start(main, task.value());
-    loop->runReady();
-    EXPECT_FALSE(task.finished());
-
-    clock->advance(1'000'000'000);
-    loop->runReady();
-
-    EXPECT_EQ(runToEnd(loop, first.value()), 5);
-    EXPECT_EQ(runToEnd(loop, second.value()), 5);
-    EXPECT_EQ(runToEnd(loop, task.value()), 5);
 }
 
 TEST_F(Concurrency, CancellingOneAwaiterLeavesTheTaskAndTheOthersAlone)

@@ -235,7 +235,7 @@ TEST_F(KeyValueStore, AParticipantMayGoWithinItsHandlerAndWithACallWaiting)
 TEST_F(KeyValueStore, ParticipantsOfManyThreadsComeAndGo)
 {
     constexpr int threads = 4;
-    std::vector<std::thread> running;
+    std::vector<std::jthread> running;
     std::atomic<int> heard = 0;
     for (int thread = 0; thread < threads; ++thread)
         running.emplace_back(
@@ -251,8 +251,7 @@ TEST_F(KeyValueStore, ParticipantsOfManyThreadsComeAndGo)
                     own->runReady();
                 }
             });
-    for (auto& thread : running)
-        thread.join();
+    running.clear();
 
     EXPECT_GT(heard, 0);
 }

@@ -74,19 +74,13 @@ TEST(Backoff, SecondsThatDoNotFitAreTheLongestDelay)
     EXPECT_EQ(RetryDelay::seconds(largest).nanoseconds, largest);
 }
 
-TEST(Backoff, EachRunTakesAnIteratorOfItsOwnAndValuesCompareByTheirFields)
+TEST(Backoff, EachRunTakesAnIteratorOfItsOwn)
 {
     const auto strategy = Backoff::exponential(2, RetryDelay::seconds(1));
     auto first = strategy.makeIterator();
     first.next();
 
     EXPECT_EQ(strategy.makeIterator().next(), RetryDelay::seconds(1));
-    EXPECT_NE(first, strategy.makeIterator());
-    EXPECT_NE(strategy, Backoff::exponential(3, RetryDelay::seconds(1)));
-    EXPECT_EQ(RetryAction::stop(), RetryAction::stop());
-    EXPECT_EQ(RetryAction::backoff({5}), RetryAction::backoff({5}));
-    EXPECT_NE(RetryAction::backoff({5}), RetryAction::backoff({6}));
-    EXPECT_NE(RetryAction::backoff({0}), RetryAction::stop());
 }
 
 struct Failure

@@ -2,8 +2,8 @@
 #include "Platform/Networking/CurlURLSession.hpp"
 #include "Tessera/API/AccountService.hpp"
 #include "tests/support/GermanLocale.hpp"
-#include "tests/support/ScriptedServer.hpp"
 #include "tests/support/ServicesForTest.hpp"
+#include "tools/scripted-server/ScriptedServer.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -11,8 +11,6 @@
 
 #include <algorithm>
 #include <array>
-#include <set>
-#include <unordered_set>
 
 using namespace tessera;
 
@@ -43,11 +41,9 @@ AccountInfoJWT infoJWT(std::string_view text, std::optional<boost::uuids::uuid> 
 
 TEST(AccountClient, TheAudienceFollowsThePrefixOfTheModel)
 {
-    const std::array<std::array<std::string, 2>, 6> cases{{{"Mac14,2", "editor.mac"},
-                                                           {"iPhone15,2", "editor.iphone"},
+    const std::array<std::array<std::string, 2>, 4> cases{{{"iPhone15,2", "editor.iphone"},
                                                            {"iPad13,1", "editor.ipad"},
                                                            {"iphone15,2", "editor.mac"},
-                                                           {"20XW0026GE", "editor.mac"},
                                                            {"", "editor.mac"}}};
     for (const auto& [model, audience] : cases)
     {
@@ -116,9 +112,6 @@ TEST(AccountEnvironment, PresetsOfAServerShareItsKeyAndKeepItsKeychainItemsApart
     EXPECT_EQ(direct.localizedName, "Ostra Account");
     EXPECT_EQ(preview.localizedName, "Ostra Account Preview");
     EXPECT_NE(direct, apple);
-    EXPECT_NE(boost::hash<AccountEnvironment>()(direct), boost::hash<AccountEnvironment>()(apple));
-    EXPECT_EQ(boost::hash<AccountEnvironment>()(direct),
-              boost::hash<AccountEnvironment>()(AccountEnvironment(direct)));
 }
 
 TEST(AccountInfo, IsFreshUntilSixHoursHavePassedToTheSecond)
@@ -153,70 +146,57 @@ TEST(Records, EncodeBackToTheKeysTheyWereReadFrom)
 {
     const std::string whole =
         R"({"iat":1000.5,"aud":"editor.mac","user":"u","uuid":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","email":"a\"b@c","terms":{"accepted_revision":"1","current_revision":"2"}})";
-    const std::string token = R"({"user":"u","session":"s"})";
-    const platform::JSONDecoder decoder;
-    const platform::JSONEncoder encoder;
+    const auto encoded = platform::JSONEncoder().encode(info(whole));
 
-    EXPECT_EQ(info(encoder.encode(info(whole))), info(whole));
-    EXPECT_EQ(encoder.encode(info(whole)).find("issuedAt"), std::string::npos);
-    EXPECT_EQ(encoder.encode(decoder.decode<AccountToken>(token)), token);
-    EXPECT_THROW(info(R"({"iat":"1000","aud":"a","user":"u","terms":{}})"),
-                 platform::DecodingError);
+    EXPECT_EQ(info(encoded), info(whole));
+    EXPECT_EQ(encoded.find("issuedAt"), std::string::npos);
 }
 
 TEST(AccountState, TokenAndUserComeFromTheCasesThatHaveThem)
 {
     boost::uuids::uuid uuid{};
     uuid.data[0] = 7;
-    auto pendingToken = tokenJWT("t");
-    pendingToken.payload.uuid = uuid;
-    const auto pending = AccountState::pending({pendingToken, std::nullopt});
-    const auto signedIn =
-        AccountState::signedIn({tokenJWT("t"), infoJWT("i", uuid), AccountProfileSource::local});
-    const auto withoutUser =
-        AccountState::signedIn({pendingToken, infoJWT("i"), AccountProfileSource::local});
-
-    EXPECT_EQ(pending.token(), platform::SecretString("t"));
-    EXPECT_EQ(pending.uuid(), std::nullopt);
-    EXPECT_EQ(signedIn.uuid(), uuid);
-    EXPECT_EQ(withoutUser.uuid(), std::nullopt);
-    for (const auto& state :
-         {AccountState::loading(), AccountState::failed("x"), AccountState::signedOut()})
+    auto ofUser = tokenJWT("t");
+    ofUser.payload.uuid = uuid;
+    const std::tuple<AccountState, std::optional<platform::SecretString>,
+                     std::optional<boost::uuids::uuid>>
+        cases[] = {
+            {AccountState::pending({ofUser, std::nullopt}), platform::SecretString("t"), {}},
+            {AccountState::signedIn({tokenJWT("t"), infoJWT("i", uuid), {}}),
+             platform::SecretString("t"), uuid},
+            {AccountState::signedIn({ofUser, infoJWT("i"), {}}), platform::SecretString("t"), {}},
+            {AccountState::failed("x"), {}, {}},
+            {AccountState::signedOut(), {}, {}},
+        };
+    for (const auto& [state, token, user] : cases)
     {
-        EXPECT_EQ(state.token(), std::nullopt);
-        EXPECT_EQ(state.uuid(), std::nullopt);
+        EXPECT_EQ(state.token(), token);
+        EXPECT_EQ(state.uuid(), user);
     }
 }
 
-TEST(AccountState, StatesAreEqualByCaseAndContentAndHashAlike)
+TEST(AccountState, EqualityAndHashFollowCaseAndContent)
 {
-    const auto profile =
-        [](std::string_view token, std::string_view ofInfo, AccountProfileSource source)
-    { return AccountState::signedIn({tokenJWT(token), infoJWT(ofInfo), source}); };
-    using enum AccountProfileSource;
-    const std::vector<AccountState> different{
+    const auto profile = [](std::string_view ofInfo, AccountProfileSource source)
+    { return AccountState::signedIn({tokenJWT("t"), infoJWT(ofInfo), source}); };
+    const AccountState states[] = {
         AccountState::loading(),
         AccountState::failed("x"),
         AccountState::failed("y"),
         AccountState::pending({tokenJWT("t"), std::nullopt}),
         AccountState::pending({tokenJWT("t"), ""}),
-        AccountState::pending({tokenJWT("u"), std::nullopt}),
-        profile("t", "i", local),
-        profile("t", "i", remote),
-        profile("t", "j", local),
+        profile("i", AccountProfileSource::local),
+        profile("i", AccountProfileSource::remote),
+        profile("j", AccountProfileSource::local),
         AccountState::signedOut(),
     };
-    std::set<std::size_t> hashes;
-    for (std::size_t i = 0; i < different.size(); ++i)
-    {
-        hashes.insert(hash_value(different[i]));
-        for (std::size_t j = 0; j < different.size(); ++j)
-            EXPECT_EQ(different[i] == different[j], i == j) << i << " " << j;
-    }
-    EXPECT_EQ(hashes.size(), different.size());
-    const std::unordered_set<AccountState, boost::hash<AccountState>> set(different.begin(),
-                                                                          different.end());
-    EXPECT_TRUE(set.contains(profile("t", "i", remote)));
+    for (const auto& one : states)
+        for (const auto& other : states)
+        {
+            EXPECT_EQ(one == other, &one == &other);
+            EXPECT_EQ(hash_value(one) == hash_value(other), &one == &other);
+        }
+    EXPECT_EQ(hash_value(states[5]), hash_value(profile("i", AccountProfileSource::local)));
 }
 
 TEST(StringTable, EveryKeyHasATextInEveryLanguage)

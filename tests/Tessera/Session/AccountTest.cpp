@@ -104,6 +104,7 @@ TEST_F(Session, AKeychainThatCannotBeReadIsNeverSignedOut)
     machine.items->fail(std::nullopt);
     host.activate();
     EXPECT_EQ(host.state(), "pending:anna");
+    EXPECT_EQ(host.account->diagnostic(), std::nullopt);
 }
 
 TEST_F(Session, WaitsOneTwoFourAndEightSecondsForTheInformation)

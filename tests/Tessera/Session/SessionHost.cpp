@@ -54,11 +54,10 @@ std::string text(const AccountState& state)
 
 void Machine::settle()
 {
+    announcements.deliverAll();
     do
-    {
-        announcements.deliverAll();
         ASSERT_LT(executor.drain(100'000), 100'000U);
-    } while (announcements.waiting(0) + announcements.waiting(1) > 0);
+    while (announcements.deliverAll());
 }
 
 void Machine::advance(double seconds)
@@ -201,11 +200,16 @@ void SessionHost::answerRefused(const std::string& path, const std::string& code
 void SessionHost::signInAs(const std::string& user)
 {
     const auto call = signIn();
-    answer("/auth", 200, token(user));
-    answer("/account", 200, info(user));
+    answerSignIn(user);
     ASSERT_TRUE(call->succeeded()) << call->error();
     takeRequests();
     published.clear();
+}
+
+void SessionHost::answerSignIn(const std::string& user)
+{
+    answer("/auth", 200, token(user));
+    answer("/account", 200, info(user));
 }
 
 std::string SessionHost::state() const

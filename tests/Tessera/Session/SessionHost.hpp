@@ -117,6 +117,8 @@ public:
     std::vector<std::string> takeRequests();
     /// Answers the oldest open transfer of this path; there must be one.
     void answer(const std::string& path, int status, const std::string& body);
+    /// Both requests of a sign-in, with the user's token and information.
+    void answerSignIn(const std::string& user);
     void answerRefused(const std::string& path, const std::string& code = "some_code");
 
     /// Signed in, all requests answered.

@@ -185,8 +185,7 @@ TEST_F(Races, DeauthenticatingComesBeforeWhatTheHostDoesNext)
     const auto call = host.signIn();
     machine.settle();
     EXPECT_EQ(host.state(), "signedOut");
-    host.answer("/auth", 200, host.token("bert"));
-    host.answer("/account", 200, host.info("bert"));
+    host.answerSignIn("bert");
     EXPECT_EQ(text(call->value()), "signedIn:bert/remote");
 }
 
@@ -217,8 +216,7 @@ TEST_F(Races, HandlersThatSignOutAreHeardInOrder)
                 host.account->signOut();
         });
     auto call = host.signIn();
-    host.answer("/auth", 200, host.token("anna"));
-    host.answer("/account", 200, host.info("anna"));
+    host.answerSignIn("anna");
     EXPECT_EQ(call->error(), "CancellationError");
     EXPECT_THAT(host.published, ElementsAre("signedIn:anna/remote", "signedOut"));
 
@@ -233,8 +231,7 @@ TEST_F(Races, HandlersThatSignOutAreHeardInOrder)
                 host.account->signOut();
         });
     call = host.signIn();
-    host.answer("/auth", 200, host.token("bert"));
-    host.answer("/account", 200, host.info("bert"));
+    host.answerSignIn("bert");
     EXPECT_THAT(host.published, ElementsAre("signedIn:bert/remote", "signedOut"));
 }
 
@@ -283,18 +280,6 @@ TEST_F(Races, TheInformationGoesWithTheSessionThoughAHandlerSignsIn)
     EXPECT_EQ(host.stored("Info"), std::nullopt);
 }
 
-TEST_F(Races, WhatARestorationReportedIsTakenBackByOneThatGoesWell)
-{
-    machine.items->fail(platform::KeychainStatus::notAvailable);
-    host.launch();
-    host.activate();
-    EXPECT_EQ(host.account->diagnostic()->code, AccountDiagnosticCode::keychainUnreadable);
-    machine.items->fail(std::nullopt);
-    machine.advance(10);
-    EXPECT_EQ(host.state(), "signedOut");
-    EXPECT_EQ(host.account->diagnostic(), std::nullopt);
-}
-
 TEST_F(Races, DeletionEndsTheSessionThatItMeantAndNoOther)
 {
     const auto deleteAccount = [&]
@@ -318,8 +303,7 @@ TEST_F(Races, DeletionEndsTheSessionThatItMeantAndNoOther)
     call = deleteAccount();
     host.answer("DELETE /account", 204, "");
     EXPECT_EQ(signIn->ends(), 0);
-    host.answer("/auth", 200, host.token("bert"));
-    host.answer("/account", 200, host.info("bert"));
+    host.answerSignIn("bert");
     EXPECT_EQ(text(signIn->value()), "signedIn:bert/remote");
     EXPECT_TRUE(call->succeeded());
     EXPECT_EQ(host.state(), "signedIn:bert/remote");

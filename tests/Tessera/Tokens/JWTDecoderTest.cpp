@@ -2,7 +2,6 @@
 
 #include "Platform/Coding/DecodingError.hpp"
 #include "Tessera/Model/AccountToken.hpp"
-#include "tests/support/AllocationCount.hpp"
 #include "tests/support/TokenFactory.hpp"
 
 #include <gtest/gtest.h>
@@ -214,22 +213,6 @@ TEST(JWTDecoder, AnOverrideOfTheGeneralFormIsHonouredByTheConvenience)
     seenAsBase.decode<JWTHeader, AccountToken>(bytesOf(factory().token(payload)));
 
     EXPECT_EQ(decoder.calls, 2);
-}
-
-TEST(JWTDecoder, DecodingAndVerifyingAllocatesLittle)
-{
-    if (!test::allocationsAreCounted())
-        GTEST_SKIP() << "allocations are not counted in this build";
-    const auto text = factory().token(
-        R"({"user":"3f1c9a52-user","uuid":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","session":"a-session-of-some-length"})");
-    JWTDecoder decoder;
-    verifying(decoder, factory().publicKey()).decode<AccountToken>(bytesOf(text));
-    const auto before = test::allocationCount();
-
-    const auto token = decoder.decode<AccountToken>(bytesOf(text));
-
-    EXPECT_LE(test::allocationCount() - before, 8u);
-    EXPECT_EQ(token.payload.session, "a-session-of-some-length");
 }
 
 TEST(JWT, EqualityAndHashFollowTheTextAlone)

@@ -27,11 +27,6 @@ struct ReadyHost : ProtectionHost
     }
 };
 
-std::string textOf(const KeychainItem& item)
-{
-    return std::string(SecretString(item.data).view());
-}
-
 }  // namespace
 
 TEST(ItemProtection, RefusesAtTheAddWhatThisMachineCannotProtect)
@@ -96,12 +91,12 @@ TEST(ItemProtection, ReleasesTheValueWhenTheUserDidWhatTheItemDemands)
             context.setLocalizedReason("to show the note");
             EXPECT_LE(item.data.size(), value.size() + 160);
             // A single byte may be found in anything.
-            const bool isOpen = textOf(item).find(value) != std::string::npos;
+            const bool isOpen = text(item.data).find(value) != std::string::npos;
             EXPECT_EQ(isOpen && value.size() > 1, flag != Flag::devicePasscode && value.size() > 1);
 
             ASSERT_EQ(host.protection.release(item, context, host.services()), success);
 
-            EXPECT_EQ(textOf(item), value);
+            EXPECT_EQ(text(item.data), value);
             const auto asked = host.user->requests();
             ASSERT_EQ(asked.size(), 1U);
             EXPECT_EQ(asked[0].demanded, flag);

@@ -5,6 +5,7 @@
 #include "tests/Platform/Security/Authentication/ScriptedAuthenticator.hpp"
 #include "tests/support/ManualClock.hpp"
 #include "tests/support/MemoryItemStore.hpp"
+#include "tests/support/SecretText.hpp"
 
 #include <chrono>
 #include <memory>
@@ -65,7 +66,7 @@ struct ProtectionHost
         made.accessible =
             platform::KeychainAccessible::kSecAttrAccessibleWhenPasscodeSetThisDeviceOnly;
         made.accessControl = flag;
-        made.data = platform::SecretBytes(std::as_bytes(std::span(value)));
+        made.data = bytes(value);
         return made;
     }
 

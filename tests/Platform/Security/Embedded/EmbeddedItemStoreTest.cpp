@@ -19,33 +19,6 @@ using enum KeychainStatus;
 using testing::HasSubstr;
 using testing::Not;
 
-TEST(EmbeddedItemStore, KeepsAnyItemBetweenRunsInOneFile)
-{
-    EmbeddedStoreHost host;
-    auto item = itemNamed(std::string("nul\0key", 7), "");
-    item.data.resize(keychainLimits::value);
-    item.data.mutableView()[5] = std::byte{7};
-    item.identity.synchronizable = true;
-    item.accessible = KeychainAccessible::kSecAttrAccessibleAfterFirstUnlock;
-    auto pattern = patternOf(item.identity.account);
-    pattern.synchronizable = true;
-
-    {
-        auto store = host.open();
-        EXPECT_EQ(store.add(item), success);
-        EXPECT_EQ(store.add(item), duplicateItem);
-    }
-
-    EXPECT_FALSE(std::filesystem::exists(host.places.log));
-    EXPECT_FALSE(std::filesystem::exists(host.places.logIndex));
-    auto store = host.open();
-    const auto answer = store.copyMatching(pattern, ItemContent::attributesAndData, 1);
-    ASSERT_EQ(answer.status, success) << host.reported();
-    EXPECT_TRUE(answer.items.at(0) == item);
-    EXPECT_EQ(valueOf(store, item.identity.account), "= -25300");
-    EXPECT_EQ(host.reported(), "");
-}
-
 TEST(EmbeddedItemStore, TouchesNothingBeforeItIsUsedAndShowsNobodyElseAnything)
 {
     EmbeddedStoreHost host;
@@ -69,34 +42,6 @@ TEST(EmbeddedItemStore, TouchesNothingBeforeItIsUsedAndShowsNobodyElseAnything)
     EXPECT_THAT(host.content(host.places.database), Not(HasSubstr("secret value")));
 }
 
-TEST(EmbeddedItemStore, AnswersInTheOrderOfGroupsThenServicesAndAccounts)
-{
-    EmbeddedStoreHost host;
-    auto store = host.open();
-    for (const auto& [service, account, group] :
-         {std::array{"s2", "a", "g1"}, std::array{"s1", "b", "g1"}, std::array{"s1", "a", "g1"},
-          std::array{"s0", "a", "g2"}, std::array{"s0", "a", "g3"}})
-    {
-        auto item = itemNamed(account, "value");
-        item.identity.service = service;
-        item.identity.accessGroup = group;
-        ASSERT_EQ(store.add(item), success);
-    }
-    ItemPattern pattern;
-    pattern.accessGroups = {"g2", "g1"};
-
-    std::string order;
-    for (const auto& item : store.copyMatching(pattern, ItemContent::attributesAndData, 9).items)
-        order += item.identity.service + item.identity.account + " ";
-
-    EXPECT_EQ(order, "s0a s1a s1b s2a ");
-    EXPECT_EQ(store.copyMatching(pattern, ItemContent::attributes, 2).items.size(), 2U);
-    EXPECT_EQ(store.deleteMatching(pattern), success);
-    EXPECT_EQ(store.deleteMatching(pattern), itemNotFound);
-    pattern.accessGroups = {"g3"};
-    EXPECT_EQ(store.copyMatching(pattern, ItemContent::attributes, 9).items.size(), 1U);
-}
-
 TEST(EmbeddedItemStore, IsClosedAheadOfItsEndAndOpensAgain)
 {
     EmbeddedStoreHost host;
@@ -107,7 +52,7 @@ TEST(EmbeddedItemStore, IsClosedAheadOfItsEndAndOpensAgain)
                            [&](const SecretBytes*) -> std::optional<SecretBytes>
                            {
                                store.close();  // in use by this very thread: nothing happens
-                               return secret("new");
+                               return bytes("new");
                            }),
               success);
     EXPECT_TRUE(std::filesystem::exists(host.places.log));
@@ -117,32 +62,6 @@ TEST(EmbeddedItemStore, IsClosedAheadOfItsEndAndOpensAgain)
     EXPECT_FALSE(std::filesystem::exists(host.places.log));
     EXPECT_EQ(valueOf(store, "key"), "new");
     EXPECT_EQ(host.reported(), "");
-}
-
-TEST(EmbeddedItemStore, UpdatesInOneStep)
-{
-    EmbeddedStoreHost host;
-    auto store = host.open();
-    const auto identity = itemNamed("count", "").identity;
-    const auto change = [&](std::optional<std::string> expected, std::optional<std::string> next)
-    {
-        EXPECT_EQ(store.update(identity,
-                               [&](const SecretBytes* stored) -> std::optional<SecretBytes>
-                               {
-                                   EXPECT_EQ(stored != nullptr, expected.has_value());
-                                   EXPECT_TRUE(!stored || *stored == secret(*expected));
-                                   return next ? std::optional(secret(*next)) : std::nullopt;
-                               }),
-                  success);
-    };
-
-    change(std::nullopt, std::nullopt);
-    change(std::nullopt, "1");
-    change("1", "2");
-    change("2", std::nullopt);
-    EXPECT_EQ(valueOf(store, "count"), "2");
-    change("2", "");
-    EXPECT_EQ(valueOf(store, "count"), "= -25300");
 }
 
 TEST(EmbeddedItemStore, AReplacementThatMeetsAnotherItemDeletesAlone)

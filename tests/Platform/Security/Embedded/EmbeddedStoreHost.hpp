@@ -2,11 +2,13 @@
 
 #include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
 #include "Platform/Security/Embedded/StoreFolder.hpp"
+#include "tests/support/SecretText.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -53,16 +55,11 @@ struct EmbeddedStoreHost
     std::vector<platform::Diagnostic> diagnostics;
 };
 
-inline platform::SecretBytes secret(std::string_view text)
-{
-    return platform::SecretBytes(std::as_bytes(std::span(text)));
-}
-
 inline platform::KeychainItem itemNamed(std::string account, std::string_view value)
 {
     platform::KeychainItem item;
     item.identity = {"service", std::move(account), "group", false};
-    item.data = secret(value);
+    item.data = bytes(value);
     return item;
 }
 
@@ -89,11 +86,20 @@ inline std::string valueOf(platform::EmbeddedItemStore& store, const std::string
         store.copyMatching(patternOf(account), platform::ItemContent::attributesAndData, 1);
     if (answer.status != platform::KeychainStatus::success)
         return "= " + std::to_string(static_cast<int>(answer.status));
-    return std::string(platform::SecretString(answer.items.at(0).data).view());
+    return text(answer.items.at(0).data);
 }
 
 inline platform::KeychainStatus put(platform::EmbeddedItemStore& store, const std::string& account,
                                     std::string_view value)
 {
     return store.replace(patternOf(account), itemNamed(account, value));
+}
+
+/// From a store that is closed afterwards.
+inline void keep(EmbeddedStoreHost& host, const std::string& account = "key",
+                 std::string_view value = "value")
+{
+    auto store = host.open();
+    if (put(store, account, value) != platform::KeychainStatus::success)
+        throw std::runtime_error(host.reported());
 }

@@ -96,10 +96,7 @@ TEST(StoreSafety, RefusesWhatIsNotTheUsersAlone)
     {
         SCOPED_TRACE(refusal.name);
         EmbeddedStoreHost host;
-        {
-            auto store = host.open();
-            ASSERT_EQ(put(store, "key", "value"), success);
-        }
+        keep(host);
         EXPECT_TRUE(looksProper(host.places));
         refusal.spoil(host.places);
         EXPECT_FALSE(looksProper(host.places));
@@ -151,10 +148,7 @@ TEST(StoreSafety, FollowsLinksAboveItsFolders)
 TEST(StoreSafety, ADatabaseWithoutItsKeyAndAKeyWithoutItsDatabaseAreNoFirstStart)
 {
     EmbeddedStoreHost stranger;
-    {
-        auto store = stranger.open();
-        ASSERT_EQ(put(store, "key", "other"), success);
-    }
+    keep(stranger, "key", "other");
     struct Row
     {
         const char* name;
@@ -180,10 +174,7 @@ TEST(StoreSafety, ADatabaseWithoutItsKeyAndAKeyWithoutItsDatabaseAreNoFirstStart
     {
         SCOPED_TRACE(row.name);
         EmbeddedStoreHost host;
-        {
-            auto store = host.open();
-            ASSERT_EQ(put(store, "key", "value"), success);
-        }
+        keep(host);
         const TemporaryFolder copy;
         fs::copy(host.folder.path(), copy.path(), fs::copy_options::recursive);
         row.spoil(host.places);
@@ -236,7 +227,7 @@ TEST(StoreSafety, DoesNotAcknowledgeWhatWentWithItsFiles)
                                [&](const SecretBytes*) -> std::optional<SecretBytes>
                                {
                                    fs::remove(host.places.*taken);
-                                   return secret("new");
+                                   return bytes("new");
                                }),
                   inputOutput);
 
@@ -247,10 +238,7 @@ TEST(StoreSafety, DoesNotAcknowledgeWhatWentWithItsFiles)
 TEST(StoreSafety, NoticesFilesThatChangeUnderIt)
 {
     EmbeddedStoreHost host;
-    {
-        auto store = host.open();
-        ASSERT_EQ(put(store, "key", "old"), success);
-    }
+    keep(host, "key", "old");
     const auto copy = host.places.dataFolder / "copy";
     fs::copy_file(host.places.database, copy);
     auto store = host.open();

@@ -1,6 +1,7 @@
 #include "tests/Platform/Security/Keychain/KeychainSuite.hpp"
 
 #include "tests/support/ManualClock.hpp"
+#include "tests/support/SecretText.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,16 +18,6 @@ namespace
 
 using Status = KeychainStatus;
 constexpr auto genericPassword = KeychainClass::kSecClassGenericPassword;
-
-SecretBytes bytes(std::string_view text)
-{
-    return SecretBytes(std::as_bytes(std::span(text)));
-}
-
-std::string text(const SecretBytes& data)
-{
-    return {reinterpret_cast<const char*>(data.view().data()), data.size()};
-}
 
 KeychainQuery query(std::string service, std::string account)
 {
@@ -85,8 +76,9 @@ TEST_P(KeychainSuite, AnItemComesBackAsItWas)
                                 "Token",
                                 std::string("a\0b", 3),
                                 std::string(1, '\0'),
+                                "%00",
                                 "100% \"'\\;\n%00\\0",
-                                "\xF0\x9F\x94\x91 \xC3\xA9",
+                                "\xF0\x9F\x94\x91 \xEF\xBF\xBE \xC3\xA9",
                                 std::string(1024, 'k')};
 
     for (const auto& value : values)
@@ -94,6 +86,11 @@ TEST_P(KeychainSuite, AnItemComesBackAsItWas)
                   Status::success);
     for (const auto& key : keys)
         EXPECT_EQ(put(*writer, query("keys " + key, key), "of " + key), Status::success);
+
+    // What is sealed to a passcode is longer than what was given.
+    KeychainItem sealed{.identity = {"s", "sealed", "writer"}, .data = {}};
+    sealed.data.resize(keychainLimits::value + 200);
+    EXPECT_EQ(writer->store()->add(sealed), Status::success);
 
     const auto later = keychainOf({.identifier = "writer"});
     for (const auto& value : values)
@@ -139,9 +136,10 @@ TEST_P(KeychainSuite, AQueryMeansWhatItNamesAndAnyOfWhatItLeavesOut)
     const auto base = KeychainQuery{{kSecClass, genericPassword}};
     const auto all =
         base.with(kSecMatchLimit, KeychainMatchLimit::kSecMatchLimitAll).with(kSecReturnData, true);
-    put(*writer, query("s", "a").with(kSecAttrAccessible, kSecAttrAccessibleWhenUnlocked), "1");
-    put(*writer, query("s", "b").with(kSecAttrAccessible, kSecAttrAccessibleAfterFirstUnlock), "2");
+    // Not in the order in which they are to be found.
     put(*writer, query("t", "a"), "3");
+    put(*writer, query("s", "b").with(kSecAttrAccessible, kSecAttrAccessibleAfterFirstUnlock), "2");
+    put(*writer, query("s", "a").with(kSecAttrAccessible, kSecAttrAccessibleWhenUnlocked), "1");
     put(*writer, query("s", "a").with(kSecAttrSynchronizable, true), "4");
     const auto found = [&](const KeychainQuery& asked)
     {
@@ -221,7 +219,8 @@ TEST_P(KeychainSuite, WhatIsIllFormedIsRefused)
 TEST_P(KeychainSuite, TwoProgramsShareWhatTheirGroupsSay)
 {
     const auto reader = keychainOf({.identifier = "reader", .accessGroups = {"team.shared"}});
-    const auto member = keychainOf({.identifier = "member", .accessGroups = {"team.shared"}});
+    const auto member =
+        keychainOf({.identifier = "z.member", .accessGroups = {"team.shared", "team.shared"}});
     const auto closed = keychainOf({.identifier = "closed", .opensSharedGroups = false});
     const auto item = query("s", "a");
     const auto in = [&](std::string group)
@@ -246,12 +245,16 @@ TEST_P(KeychainSuite, TwoProgramsShareWhatTheirGroupsSay)
 
     put(*member, item, "member's");
     EXPECT_EQ(get(*member, item), "member's") << "the program's own group comes first";
-    const auto everything =
-        member->copyMatching(item.with(kSecMatchLimit, KeychainMatchLimit::kSecMatchLimitAll)
-                                 .with(kSecReturnAttributes, true));
-    ASSERT_EQ(everything.items.size(), 2u);
-    EXPECT_EQ(everything.items[0].identity.accessGroup, "member");
-    EXPECT_EQ(everything.items[1].identity.accessGroup, "team.shared");
+    const KeychainQuery anything{{kSecClass, genericPassword}};
+    for (const auto& query : {item, anything})
+    {
+        const auto all =
+            member->copyMatching(query.with(kSecMatchLimit, KeychainMatchLimit::kSecMatchLimitAll)
+                                     .with(kSecReturnAttributes, true));
+        ASSERT_EQ(all.items.size(), 2u);
+        EXPECT_EQ(all.items[0].identity.accessGroup, "z.member");
+        EXPECT_EQ(all.items[1].identity.accessGroup, "team.shared");
+    }
 }
 
 TEST_P(KeychainSuite, AStagedDeleteAndAddAreOneStep)
@@ -319,6 +322,7 @@ TEST_P(KeychainSuite, AChangeOfOneItemHasNoOtherInBetween)
     EXPECT_EQ(store->update(counter, empty), Status::success);
     EXPECT_EQ(store->update(counter, look), Status::success);
     EXPECT_EQ(last, "none");
+    EXPECT_EQ(store->update(counter, empty), Status::success);
 }
 
 INSTANTIATE_TEST_SUITE_P(, KeychainSuite,

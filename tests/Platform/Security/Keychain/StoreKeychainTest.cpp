@@ -2,6 +2,7 @@
 
 #include "tests/support/ManualClock.hpp"
 #include "tests/support/MemoryItemStore.hpp"
+#include "tests/support/SecretText.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,11 +15,6 @@ using testing::Not;
 
 namespace
 {
-
-SecretBytes bytes(std::string_view text)
-{
-    return SecretBytes(std::as_bytes(std::span(text)));
-}
 
 class StoreKeychainTest : public testing::Test
 {

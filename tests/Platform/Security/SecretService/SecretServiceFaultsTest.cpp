@@ -214,13 +214,7 @@ TEST_F(SecretServiceFaultsTest, WhatIsNotAsItWasWrittenIsDamaged)
 {
     SecretServiceItemStore store(configuration());
     const GBusForTest bus(service_->busAddress());
-    GBusForTest::Attributes attributes{{"xdg:schema", "net.ostra.Tessera.Item"},
-                                       {"service", "a service"},
-                                       {"account", "thekey"},
-                                       {"accessGroup", "a group"},
-                                       {"synchronizable", "false"},
-                                       {"accessible", "2"},
-                                       {"accessControl", "0"}};
+    auto attributes = attributesOf("thekey");
     bus.store("default", attributes, "not base64 !", true);
 
     EXPECT_EQ(valueOf(store, "thekey"), "[-26275]");

@@ -3,12 +3,12 @@
 #include "Platform/Security/SecretService/SecretServiceItemStore.hpp"
 #include "tests/support/GBusForTest.hpp"
 #include "tests/support/SecretServiceForTest.hpp"
+#include "tests/support/SecretText.hpp"
 
 #include <array>
 #include <chrono>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,16 +40,6 @@ private:
     std::vector<platform::Diagnostic> all_;
 };
 
-inline platform::SecretBytes bytes(std::string_view text)
-{
-    return platform::SecretBytes(std::as_bytes(std::span(text)));
-}
-
-inline std::string text(const platform::SecretBytes& bytes)
-{
-    return {reinterpret_cast<const char*>(bytes.view().data()), bytes.size()};
-}
-
 inline platform::KeychainItem item(std::string account, std::string_view value)
 {
     return {{"a service", std::move(account), "a group", false},
@@ -62,6 +52,18 @@ inline platform::ItemPattern patternOf(const platform::KeychainItem& item)
 {
     return {item.identity.service,        item.identity.account, {item.identity.accessGroup},
             item.identity.synchronizable, item.accessible,       {}};
+}
+
+/// What such an item looks like on the bus.
+inline GBusForTest::Attributes attributesOf(const std::string& account)
+{
+    return {{"xdg:schema", "net.ostra.Tessera.Item"},
+            {"service", "a service"},
+            {"account", account},
+            {"accessGroup", "a group"},
+            {"synchronizable", "false"},
+            {"accessible", "2"},
+            {"accessControl", "0"}};
 }
 
 /// The value of the one item of that account, or the status in brackets.

@@ -1,13 +1,30 @@
 #pragma once
 
+#include "Tessera/Model/AccountEnvironment.hpp"
+#include "tests/simulation/Texts.hpp"
 #include "tests/support/MemoryItemStore.hpp"
 
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace simulation
 {
+
+/// Of the simulated server; all programs share it.
+const tessera::AccountEnvironment& environment();
+std::string clientKeychainIdentifier(int client);
+
+/// Where the two items of a session lie.
+platform::KeychainIdentity tokenIdentity();
+platform::KeychainIdentity infoIdentity(int client);
+
+/// Null where there is no item, or one that holds something else.
+const Text* storedText(const MemoryItemStore& stored, const platform::KeychainIdentity& identity);
+
+/// As another program, or a fault of the disk, would write it.
+void store(MemoryItemStore& stored, const platform::KeychainIdentity& identity, const Text& text);
 
 enum class Item
 {
@@ -38,26 +55,23 @@ struct ItemCall
 class WatchedItems final : public platform::ItemStore
 {
 public:
+    using Status = platform::KeychainStatus;
     using OnCall = std::function<void(const ItemCall&)>;
 
     WatchedItems(std::shared_ptr<MemoryItemStore> items, int host, OnCall onCall)
         : items_(std::move(items)), host_(host), onCall_(std::move(onCall))
     {}
 
-    void failNext(ItemCall::Kind kind, platform::KeychainStatus status)
-    {
-        fault_ = Fault{kind, status};
-    }
+    void failNext(ItemCall::Kind kind, Status status) { fault_ = {kind, status}; }
     void failNothing() { fault_.reset(); }
 
-    platform::KeychainStatus add(const platform::KeychainItem& item) override;
-    platform::KeychainStatus replace(const platform::ItemPattern& old,
-                                     const platform::KeychainItem& item) override;
+    Status add(const platform::KeychainItem& item) override;
+    Status replace(const platform::ItemPattern& old, const platform::KeychainItem& item) override;
     platform::KeychainAnswer copyMatching(const platform::ItemPattern& pattern,
                                           platform::ItemContent content,
                                           std::size_t limit) override;
-    platform::KeychainStatus deleteMatching(const platform::ItemPattern& pattern) override;
-    platform::KeychainStatus update(
+    Status deleteMatching(const platform::ItemPattern& pattern) override;
+    Status update(
         const platform::KeychainIdentity& identity,
         const std::function<std::optional<platform::SecretBytes>(const platform::SecretBytes*)>&
             change) override
@@ -66,22 +80,14 @@ public:
     }
 
 private:
-    struct Fault
-    {
-        ItemCall::Kind kind;
-        platform::KeychainStatus status;
-    };
-
-    std::optional<platform::KeychainStatus> refusal(ItemCall::Kind kind);
-    void tell(ItemCall::Kind kind, const std::string& account, platform::KeychainStatus status,
-              std::string text) const;
+    std::optional<Status> refusal(ItemCall::Kind kind);
+    Status tell(ItemCall::Kind kind, const std::string& account, Status status,
+                std::string text = {}) const;
 
     const std::shared_ptr<MemoryItemStore> items_;
     const int host_;
     const OnCall onCall_;
-    std::optional<Fault> fault_;
+    std::optional<std::pair<ItemCall::Kind, Status>> fault_;
 };
-
-std::string textOf(const platform::SecretBytes& data);
 
 }  // namespace simulation
