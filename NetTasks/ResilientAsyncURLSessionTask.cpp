@@ -69,25 +69,35 @@ platform::Awaitable<DataAndResponse> ResilientAsyncURLSessionTask::resume()
     return run(attempts_);
 }
 
+platform::Awaitable<DataAndResponse> ResilientAsyncURLSessionTask::attempt(
+    std::shared_ptr<Attempts> attempts)
+{
+    const auto task = attempts->provider();
+    // The last attempt's observation ends before this one's begins to tell.
+    attempts->observation = {};
+    std::weak_ptr<Attempts> mirror = attempts;
+    attempts->observation = task->progress().observe(
+        [mirror](std::int64_t total, std::int64_t completed)
+        {
+            if (const auto alive = mirror.lock())
+                alive->progress.update(total, completed);
+        });
+    auto answer = co_await task->resume();
+    co_return answer;
+}
+
 platform::Awaitable<DataAndResponse> ResilientAsyncURLSessionTask::run(
     std::shared_ptr<Attempts> attempts)
 {
     for (;;)
     {
         co_await platform::checkCancellation();
-        const auto task = attempts->provider();
-        // The last attempt's observation ends before this one's begins to tell.
-        attempts->observation = {};
-        std::weak_ptr<Attempts> mirror = attempts;
-        attempts->observation = task->progress().observe(
-            [mirror](std::int64_t total, std::int64_t completed)
-            {
-                if (const auto alive = mirror.lock())
-                    alive->progress.update(total, completed);
-            });
-        auto answer = co_await task->resume();
-        if (!attempts->wantsRetry(answer))
-            co_return answer;
+        {
+            // An answer that is not wanted, and its task, must not lie about for the whole wait.
+            auto answer = co_await attempt(attempts);
+            if (!attempts->wantsRetry(answer))
+                co_return answer;
+        }
         const auto wait = waitBeforeRetry(attempts->policy->baseDelay(), attempts->retries);
         co_await attempts->clock->sleep(wait);
         ++attempts->retries;

@@ -39,6 +39,7 @@ public:
 private:
     struct Attempts;
 
+    static platform::Awaitable<DataAndResponse> attempt(std::shared_ptr<Attempts> attempts);
     static platform::Awaitable<DataAndResponse> run(std::shared_ptr<Attempts> attempts);
 
     std::shared_ptr<Attempts> attempts_;

@@ -95,13 +95,13 @@ void CurlTransfer::prepare(std::shared_ptr<CurlTask> task)
     if (!isToken(request.method))
         throw URLError(URLError::Code::invalidMethod);
 
+    setOption(handle(), CURLOPT_HTTPHEADER, headers_.build(request, request.body || task->file()));
     file_.reset();
     if (task->file())
     {
         file_.emplace(*task->file());
         task->noteToSend(file_->size());
     }
-    setOption(handle(), CURLOPT_HTTPHEADER, headers_.build(request, request.body || file_));
     setAddress(request.url);
     setMethod(request);
     setTimeLimit(request.timeout);
@@ -288,17 +288,19 @@ void CurlTransfer::takeBody(std::span<const std::byte> bytes)
     task_->noteReceived(expectedLength_, static_cast<std::int64_t>(body_.size()));
 }
 
-/// Moves the body at most once, from a small buffer to one for the longest body that is allowed:
-/// the room that is not used costs addresses, while growing step by step would hold it twice.
+/// Moves a usual body at most once, from a small buffer to one for all that may come: the room that
+/// is not used costs addresses, while growing step by step would hold it twice. What a server or a
+/// high limit only announces is not reserved as a whole: there may not be as many addresses.
 void CurlTransfer::makeRoom(std::size_t bytes)
 {
     constexpr std::size_t small = 4096;
+    constexpr std::size_t large = std::size_t{256} * 1024 * 1024;
     if (bytes <= room_)
         return;
+    std::size_t longest = bytes <= small ? small : options_.bodyLimit();
     if (std::cmp_greater_equal(expectedLength_, bytes))
-        room_ = static_cast<std::size_t>(expectedLength_);
-    else
-        room_ = bytes <= small ? small : options_.bodyLimit();
+        longest = static_cast<std::size_t>(expectedLength_);
+    room_ = std::min(longest, std::max(large, 2 * bytes));
     body_.reserve(room_);
 }
 

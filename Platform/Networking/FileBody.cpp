@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <system_error>
 
 namespace platform
 {
@@ -22,8 +23,11 @@ FileBody::FileBody(const std::filesystem::path& file)
         size_ = status.st_size;
         return;
     }
+    const int reason = errno;
     if (descriptor_ >= 0)
         close(descriptor_);
+    else if (reason == EMFILE || reason == ENFILE || reason == ENOMEM)
+        throw std::system_error(reason, std::generic_category(), "open");
     throw URLError(URLError::Code::unreadableFile);
 }
 

@@ -9,7 +9,8 @@ namespace platform
 {
 
 /// The file that an upload sends: as many bytes as it held when it was opened. Throws `URLError`
-/// (`unreadableFile`) for everything that keeps it from that.
+/// (`unreadableFile`) for everything that keeps it from that, but `std::system_error` when the
+/// machine has no descriptor left.
 class FileBody
 {
 public:

@@ -77,6 +77,10 @@ public:
     /// held as a whole; the request's own body is not used. The file is opened when the transfer
     /// starts, and what it holds then is sent: one that cannot be read, is no regular file, or gets
     /// shorter meanwhile ends the transfer with `URLError` (`unreadableFile`).
+    ///
+    /// A server may answer before it has taken everything, and the transfer then ends with that
+    /// answer: `countOfBytesSent` tells how much went out. One that also resets the connection may
+    /// be seen as `connectionLost`, when its answer is overtaken. A HEAD request sends no body.
     virtual std::shared_ptr<URLSessionTask> uploadTask(URLRequest request,
                                                        std::filesystem::path file,
                                                        Completion completion) = 0;

@@ -39,8 +39,12 @@ void ProblemBanner::showProblem()
     const auto& problem = account_.problem();
     const bool toldBelow = !account_.state().get<tessera::AccountProfile>() &&
                            !account_.state().get<tessera::AccountState::SignedOut>();
-    setVisible(problem && !toldBelow);
-    if (!problem)
+    // What has no sentence is nothing that the user could do something about; and information that
+    // was not stored is fetched again by itself.
+    const bool isForUser = problem && !problem->message.empty() &&
+                           problem->code != AccountDiagnosticCode::infoNotStored;
+    setVisible(isForUser && !toldBelow);
+    if (!isForUser)
         return;
     text_->say(QString::fromStdString(problem->message));
     tryAgain_->setVisible(problem->code == AccountDiagnosticCode::refreshFailed);
