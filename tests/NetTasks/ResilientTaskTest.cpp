@@ -21,7 +21,7 @@ constexpr std::uint64_t second = 1'000'000'000;
 /// Retries every status from 500 on.
 struct Policy final : RetryPolicy
 {
-    explicit Policy(double delay, int retries = 3) : delay(delay), retries(retries) {}
+    explicit Policy(double wait, int most = 3) : delay(wait), retries(most) {}
 
     double baseDelay() const override { return delay; }
     int maximumRetries() const override { return retries; }

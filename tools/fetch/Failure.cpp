@@ -57,7 +57,8 @@ std::string nextStepAfter(int status)
     constexpr int faultsOfServers = 5;
     constexpr int tooManyRequests = 429;
     if (status / 100 == redirects)
-        return "Redirects are not followed; ask for the address that the server points to.";
+        return "Redirects are not followed. Look in a browser where the address leads, and give "
+               "that one; often a slash at the end is missing, or too much.";
     if (status / 100 == faultsOfServers || status == tooManyRequests)
         return "Try again later, or with --retries.";
     return "Check the address and the headers.";
@@ -87,7 +88,7 @@ Report reportOf(const std::exception_ptr& error, int signal)
     catch (const std::bad_alloc&)
     {
         auto report = commandline::outOfMemory();
-        report.next = "An answer is held in memory; set --body-limit to what there is.";
+        report.next = "An answer is held in memory until it is whole: close other programs.";
         return report;
     }
     catch (const std::exception& other)
@@ -111,6 +112,13 @@ Report refusal(const platform::URLResponse& response, const platform::SecretByte
     if (!body.empty())
         message += ": \"" + mismatch.errorDescription() + "\"";
     return {ExitCode::refused, "status." + number, message + ".", nextStepAfter(status)};
+}
+
+commandline::Failure unreadable(const std::filesystem::path& file, const std::string& why)
+{
+    return commandline::Failure({ExitCode::environment, "unreadableFile",
+                                 "The file \"" + file.string() + "\" cannot be used (" + why + ").",
+                                 "Check its name and its permissions."});
 }
 
 }  // namespace fetch

@@ -5,6 +5,7 @@
 #include "tools/shared/Failure.hpp"
 
 #include <exception>
+#include <filesystem>
 
 namespace fetch
 {
@@ -16,5 +17,8 @@ commandline::Report reportOf(const std::exception_ptr& error, int signal);
 /// What is told of an answer that was not accepted: its status, and the start of its text.
 commandline::Report refusal(const platform::URLResponse& response,
                             const platform::SecretBytes& body);
+
+/// A file that was named cannot be used.
+commandline::Failure unreadable(const std::filesystem::path& file, const std::string& why);
 
 }  // namespace fetch

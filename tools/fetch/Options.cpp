@@ -27,7 +27,7 @@ and the answer must have a status from 200 to 204.)";
 constexpr auto epilogue = R"(
 Exit codes:
     0  done
-    1  something unexpected failed, or the output could not be written
+    1  something unexpected failed, the output could not be written, or the file of --delete-after was kept
     2  the options, the address or a header are wrong
     3  a file that was named cannot be read
     4  network: no connection, no trusted connection, time limit, body limit, not HTTP, ...
@@ -110,7 +110,8 @@ void addCommon(CLI::App& app, Values& values)
                    "Trust the certificates in this file instead of those of the system")
         ->type_name("PEM");
     app.add_flag("--json", values.json, "Print JSON on standard output, for errors too");
-    app.add_flag("--quiet", values.quiet, "Tell of nothing but errors");
+    app.add_flag("--quiet", values.quiet,
+                 "Tell of nothing but errors, and of a file that was not sent whole");
 }
 
 void addGet(CLI::App& app, Values& values)
@@ -123,11 +124,11 @@ void addPut(CLI::App& app, Values& values)
 {
     app.add_option("FILE", values.file, "What to upload")->required();
     app.add_option("URL", values.address, "Where to")->required();
-    app.add_option("--method", values.method, "PUT or POST (default: PUT)")
+    app.add_option("--method", values.method, "PUT, POST or PATCH (default: PUT)")
         ->type_name("METHOD")
-        ->check(CLI::IsMember({"PUT", "POST"}).description(""));
+        ->check(CLI::IsMember({"PUT", "POST", "PATCH"}).description(""));
     app.add_flag("--delete-after", values.deleteAfter,
-                 "Remove the file when the server has accepted it");
+                 "Remove the file when the server has accepted it and was sent all of it");
     addCommon(app, values);
 }
 

@@ -12,7 +12,9 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <string>
 #include <system_error>
+#include <vector>
 
 namespace fetch
 {
@@ -57,6 +59,16 @@ void writeBody(std::span<const std::byte> body, const commandline::Interrupts& i
     }
 }
 
+std::string sentText(const Answer& answer, const Done& done)
+{
+    const auto sent = "Sent " + sizeText(answer.sent);
+    const auto status = std::to_string(platform::httpStatusCode(answer.response));
+    if (answer.sent >= done.size)
+        return sent + "; the server answered " + status + ".";
+    return sent + " of " + sizeText(done.size) + ": the server answered " + status +
+           " and did not wait for the rest.";
+}
+
 }  // namespace
 
 void printBody(const platform::SecretBytes& body, const commandline::Interrupts& interrupts)
@@ -68,7 +80,7 @@ void printBody(const platform::SecretBytes& body, const commandline::Interrupts&
     writeBody(std::as_bytes(std::span(lines)), interrupts);
 }
 
-void printJSON(const Command& command, const Answer& answer)
+void printJSON(const Command& command, const Answer& answer, const Done& done)
 {
     const platform::SecretString body(answer.body);
     std::string text;
@@ -80,7 +92,8 @@ void printJSON(const Command& command, const Answer& answer)
     if (command.verb == Verb::put)
     {
         json.member("sent", answer.sent);
-        json.member("deleted", command.deleteAfter);
+        json.member("whole", answer.sent >= done.size);
+        json.member("deleted", done.deleted);
     }
     json.member("received", static_cast<std::int64_t>(answer.body.size()));
     if (const auto type = answer.response.headers.value("Content-Type"))
@@ -91,24 +104,30 @@ void printJSON(const Command& command, const Answer& answer)
         json.member("text", std::string(body.view()));
     else
         json.member("base64", platform::encodeBase64(answer.body.view()));
+    if (done.kept)
+        commandline::writeError(*done.kept, json);
     json.endObject();
     commandline::print(commandline::harmlessJSON(text) + "\n");
 }
 
-void printSummary(const Command& command, const Answer& answer)
+void printSummary(const Command& command, const Answer& answer, const Done& done)
 {
-    std::string text;
+    const bool whole = answer.sent >= done.size;
+    if (command.quiet && whole)
+        return;
+    std::vector<std::string> sentences;
     if (command.verb == Verb::put)
-        text = "Sent " + sizeText(answer.sent) + "; the server answered " +
-               std::to_string(platform::httpStatusCode(answer.response)) + ".";
+        sentences.push_back(sentText(answer, done));
     if (!command.output.empty())
-        text += (text.empty() ? "" : " ") +
-                ("Saved " + sizeText(static_cast<std::int64_t>(answer.body.size())) + " to " +
-                 printable(command.output.string()) + ".");
-    if (command.deleteAfter)
-        text += " Removed " + printable(command.file.string()) + ".";
-    if (!text.empty())
-        std::fputs((text + "\n").c_str(), stderr);
+        sentences.push_back("Saved " + sizeText(static_cast<std::int64_t>(answer.body.size())) +
+                            " to " + printable(command.output.string()) + ".");
+    if (done.deleted)
+        sentences.push_back("Removed " + printable(command.file.string()) + ".");
+    std::string line;
+    for (const auto& sentence : sentences)
+        line += (line.empty() ? "" : " ") + sentence;
+    if (!line.empty())
+        std::fputs((line + "\n").c_str(), stderr);
 }
 
 }  // namespace fetch

@@ -11,28 +11,19 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <system_error>
 
 namespace fetch
 {
 namespace
 {
 
-using commandline::ExitCode;
-using commandline::Failure;
-
-[[noreturn]] void failToRead(const std::filesystem::path& file, const std::string& why)
-{
-    throw Failure({ExitCode::environment, "unreadableFile",
-                   "The file \"" + file.string() + "\" cannot be used (" + why + ").",
-                   "Check its name and its permissions."});
-}
-
 std::string contentOf(const std::filesystem::path& file)
 {
     errno = 0;
     std::ifstream input(file, std::ios::binary);
     if (!input.is_open())
-        failToRead(file, std::generic_category().message(errno));
+        throw unreadable(file, std::generic_category().message(errno));
     try
     {
         return {std::istreambuf_iterator<char>(input), {}};
@@ -40,7 +31,7 @@ std::string contentOf(const std::filesystem::path& file)
     catch (const std::ios_base::failure&)
     {
         // A folder can be opened, but not read.
-        failToRead(file, std::generic_category().message(errno));
+        throw unreadable(file, std::generic_category().message(errno));
     }
 }
 
@@ -56,19 +47,8 @@ std::shared_ptr<platform::CurlURLSession> sessionFor(const Command& command)
     }
     catch (const std::invalid_argument&)
     {
-        failToRead(command.authority, "it holds no certificate");
+        throw unreadable(command.authority, "it holds no certificate");
     }
-}
-
-/// Nothing is asked of the server for a file that is not there.
-void expectRegularFile(const std::filesystem::path& file)
-{
-    std::error_code error;
-    const auto status = std::filesystem::status(file, error);
-    if (!std::filesystem::exists(status))
-        failToRead(file, error ? error.message() : "it does not exist");
-    if (!std::filesystem::is_regular_file(status))
-        failToRead(file, "it is no regular file");
 }
 
 std::shared_ptr<nettasks::AsyncURLSessionTaskProtocol> taskFor(
@@ -86,8 +66,6 @@ std::shared_ptr<nettasks::AsyncURLSessionTaskProtocol> taskFor(
 
 Answer transfer(const Command& command, commandline::Interrupts& interrupts)
 {
-    if (command.verb == Verb::put)
-        expectRegularFile(command.file);
     const auto session = sessionFor(command);
     const auto loop = std::make_shared<platform::RunLoop>();
     ProgressDisplay display(loop, ProgressDisplay::suitable(command.json, command.quiet));
@@ -102,7 +80,7 @@ Answer transfer(const Command& command, commandline::Interrupts& interrupts)
     session->shutdown();
     auto [body, response] = std::move(outcome).get();
     if (!nettasks::acceptedStatusCodes().contains(platform::httpStatusCode(response)))
-        throw Failure(refusal(response, body));
+        throw commandline::Failure(refusal(response, body));
     const auto received = static_cast<std::int64_t>(body.size());
     const auto sent = task->progress().completedUnitCount() - received;
     return {std::move(body), std::move(response), sent, policy->attempts()};

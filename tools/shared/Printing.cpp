@@ -20,16 +20,7 @@ std::string jsonText(const Report& report)
     std::string text;
     JSONWriter json(text);
     json.beginObject();
-    json.key("error");
-    json.beginObject();
-    json.member("class", std::string(className(report.exitCode)));
-    json.member("name", report.name);
-    json.member("message", report.message);
-    json.member("next", report.next);
-    json.member("exitCode", static_cast<int>(report.exitCode));
-    if (!report.diagnostics.empty())
-        writeDiagnostics(report.diagnostics, json);
-    json.endObject();
+    writeError(report, json);
     json.endObject();
     return harmlessJSON(text) + "\n";
 }
@@ -43,6 +34,20 @@ void printLine(std::string_view program, const std::string& sentence, const std:
 }
 
 }  // namespace
+
+void writeError(const Report& report, JSONWriter& json)
+{
+    json.key("error");
+    json.beginObject();
+    json.member("class", std::string(className(report.exitCode)));
+    json.member("name", report.name);
+    json.member("message", report.message);
+    json.member("next", report.next);
+    json.member("exitCode", static_cast<int>(report.exitCode));
+    if (!report.diagnostics.empty())
+        writeDiagnostics(report.diagnostics, json);
+    json.endObject();
+}
 
 std::string harmlessJSON(std::string_view json)
 {

@@ -22,6 +22,9 @@ void print(std::string_view program, const Report& report, bool json);
 /// is told on standard error.
 int fail(std::string_view program, const Report& report, bool json);
 
+/// The same as the member "error" of an object.
+void writeError(const Report& report, platform::JSONWriter& json);
+
 /// The same JSON without the control characters that JSON lets pass, U+007F to U+009F: it may go
 /// to a terminal.
 std::string harmlessJSON(std::string_view json);

@@ -141,6 +141,62 @@ TEST(Fetch, TriesAgainWhatABusyServerDidNotTake)
     }
 }
 
+TEST(Fetch, KeepsAFileThatWasNotSentAsItIs)
+{
+    const TemporaryFolder folder;
+    const auto file = folder.path() / "sent";
+    const struct
+    {
+        const char* name;
+        std::uintmax_t size;
+        bool whole;
+        Arguments more;
+        int exitCode;
+        const char* said;
+    } cases[] = {
+        {"cut short", 64U << 20, false, {"--delete-after"}, 1, " of 64.0 MiB were sent"},
+        {"cut short", 64U << 20, false, {"--quiet"}, 0, "did not wait for the rest"},
+        {"grown", 7, true, {"--delete-after"}, 1, "it was changed meanwhile"},
+    };
+    for (const auto& [name, size, whole, more, exitCode, said] : cases)
+    {
+        SCOPED_TRACE(name);
+        folder.write("sent", "");
+        std::filesystem::resize_file(file, size);
+        const ScriptedServer server(
+            [&](ScriptedServer::Connection& connection)
+            {
+                if (whole)
+                {
+                    connection.readRequest();
+                    std::filesystem::resize_file(file, size + 1);
+                }
+                else
+                    connection.readHead();
+                connection.send(
+                    "HTTP/1.1 200 OK\r\nConnection: close\r\n"
+                    "Content-Length: 5\r\n\r\ntaken");
+                connection.hold();
+            });
+        Arguments put{"put", file, server.address()};
+        put.insert(put.end(), more.begin(), more.end());
+
+        const auto told = run(put);
+        put.push_back("--json");
+        const auto json = run(put);
+
+        EXPECT_EQ(told.exitCode, exitCode) << told.errors;
+        EXPECT_EQ(json.exitCode, exitCode) << json.output;
+        EXPECT_TRUE(std::filesystem::exists(file));
+        EXPECT_EQ(told.output, "taken");
+        EXPECT_THAT(told.errors, HasSubstr(said));
+        EXPECT_EQ(json.json().at("text"), "taken");
+        EXPECT_EQ(json.json().at("whole"), whole);
+        EXPECT_EQ(json.json().at("deleted"), false);
+        EXPECT_EQ(json.json().as_object().contains("error"), exitCode != 0);
+    }
+}
+
 TEST(Fetch, TellsScriptsInJSON)
 {
     const TemporaryFolder folder;
@@ -195,7 +251,8 @@ TEST(Fetch, RefusesWhatCannotBeMeantBeforeItAsksAnybody)
         {{"get", url, "--time-limit", "0"}, 2},
         {{"get", url, "--time-limit", "nan"}, 2},
         {{"get", url, "--delete-after"}, 2},
-        {{"put", file, url, "--method", "DELETE"}, 2},
+        {{"put", file, url, "--method", "HEAD"}, 2},
+        {{"put", file, url, "--output", folder.path() / "." / "file"}, 2},
         {{"put", file + ".none", url}, 3},
         {{"put", folder.path(), url}, 3},
         {{"get", url, "--authority", file}, 3},
