@@ -20,9 +20,9 @@ using commandline::refuse;
 
 constexpr auto purpose = R"(Downloads from an address, or uploads a file to one.
 
-A download is held in memory until it is whole: 16 MiB of it are taken, or what --body-limit says. A file
-that is uploaded is not. Addresses are https://..., or http:// on this machine; redirects are not followed,
-and the answer must have a status from 200 to 204.)";
+A download is held in memory until it is whole: 16 MiB of it are taken, or what --body-limit says (above
+256 MiB it needs up to twice as much for a moment). A file that is uploaded is not. Addresses are https://...,
+or http:// on this machine; redirects are not followed, and the answer must have a status from 200 to 204.)";
 
 constexpr auto epilogue = R"(
 Exit codes:
