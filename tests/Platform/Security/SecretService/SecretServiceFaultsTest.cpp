@@ -176,8 +176,11 @@ TEST_F(SecretServiceFaultsTest, NobodyWaitsLongerThanTheLimitForWhateverIsStoppe
             kill(stopped, SIGCONT);
         }
 
+    diagnostics_.taken();
     SecretServiceItemStore store(configuration());
-    EXPECT_EQ(store.replace(patternOf(item("k", "")), item("k", "v")), success);
+    const auto status = store.replace(patternOf(item("k", "")), item("k", "v"));
+    const auto told = diagnostics_.taken();
+    EXPECT_EQ(status, success) << (told.empty() ? "nothing was told" : told.back().cause);
 }
 
 TEST_F(SecretServiceFaultsTest, AWriteThatWasGivenUpNeverComesAfterALaterOne)
