@@ -169,6 +169,7 @@ TEST_F(ResilientTaskDeathTest, ADelayThatIsNoTimeStopsTheProcess)
             loop->runReady();
         }
         call.cancel();
+        loop->runReady();
     };
     const double infinite = std::numeric_limits<double>::infinity();
     const double tooLong = 18'446'744'073.709551616;  // 2^64 nanoseconds, from the second wait on.

@@ -19,7 +19,9 @@ std::string speedText(const Counts& counts, std::chrono::milliseconds elapsed)
         return "";
     const auto perSecond =
         static_cast<double>(counts.completed) * 1000.0 / static_cast<double>(elapsed.count());
-    return ", " + sizeText(static_cast<std::int64_t>(perSecond)) + "/s";
+    // A count that makes no sense must still be one that can be printed.
+    constexpr double most = 9e18;
+    return ", " + sizeText(static_cast<std::int64_t>(std::clamp(perSecond, 0.0, most))) + "/s";
 }
 
 std::string minutesText(std::chrono::milliseconds elapsed)
