@@ -96,7 +96,7 @@ std::optional<int> percentOf(const Counts& counts)
     if (counts.completed >= counts.total)
         return 100;
     const auto share = static_cast<double>(counts.completed) / static_cast<double>(counts.total);
-    return std::clamp(static_cast<int>(share * 100), 0, 99);
+    return static_cast<int>(std::clamp(share * 100, 0.0, 99.0));
 }
 
 std::string progressLine(const Counts& counts, std::chrono::milliseconds elapsed, int columns,
