@@ -22,7 +22,9 @@ bool isAboutRestoring(AccountDiagnosticCode code)
 
 void Account::Session::launch()
 {
-    if (!machine.restoresFirst() || restoreTask_.isRunning() || deauthenticating_)
+    // A refresh that runs already reads the keychain first.
+    if (!machine.restoresFirst() || restoreTask_.isRunning() || refreshTask.isRunning() ||
+        deauthenticating_)
         return;
     // A sign-in comes first; the stored session is of interest if it adopts none.
     if (machine.signingIn())

@@ -150,7 +150,11 @@ void Judge::callEnds(int number, bool succeeded, const std::string& how)
     if (host.latestChange == number)
         host.latestHasEnded = true;
     if (ended.kind == CallKind::consent && succeeded)
+    {
         stimulated(host);
+        // The refresh that is under way is not the one that a consent causes.
+        ++host.infoRequestsAllowed;
+    }
     const bool needsToken = ended.kind == CallKind::consent || ended.kind == CallKind::newsletter ||
                             ended.kind == CallKind::deleteAccount;
     complainIf(needsToken && ended.tokens.empty() && succeeded, nameOf(ended.kind),

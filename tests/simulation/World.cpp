@@ -400,7 +400,7 @@ private:
             else
                 return;
         }
-        judge_.complain("the world does not come to rest");
+        judge_.complainIf(!judge_.complaint(), "the world does not come to rest");
     }
 
     /// Whatever has gone wrong is mended now, and the hosts come to the front twice: then all

@@ -96,6 +96,34 @@ TEST_F(Programs, HealAMissedAnnouncementOnActivation)
     EXPECT_EQ(viewer.state(), "pending:anna");
 }
 
+TEST_F(Programs, RestoreOnceWhenALaunchMeetsASignInThatIsFollowed)
+{
+    for (std::size_t pieces = 0; pieces < 40; ++pieces)
+    {
+        Machine fresh;
+        SessionHost program(fresh);
+        program.store("Token", SessionHost::token("anna"));
+        const auto other =
+            fresh.announcements.device(1)->join(platform::executorOf(program.main), [](auto&) {});
+        other->setString("1", "net.ostra.account.token.touched");
+        other->synchronize();
+        fresh.announcements.deliverAll();
+        fresh.executor.drain(pieces);
+        // Whoever reads again finds the session gone.
+        using enum ScriptedKeychain::Operation;
+        program.keychain->onCall(
+            [&](const ScriptedKeychain::Call& call)
+            {
+                if (call.operation == copyMatching && !program.published.empty())
+                    program.keychain->answer(copyMatching, platform::KeychainStatus::itemNotFound);
+            });
+        program.launch();
+        const bool isAsking = std::ranges::any_of(
+            program.network->started, [](const auto& transfer) { return !transfer->ended(); });
+        EXPECT_EQ(program.state(), isAsking ? "pending:anna" : "signedOut") << pieces;
+    }
+}
+
 TEST_F(Programs, WaitForTheKeychainToCatchUpAndGiveUpAfterFourReads)
 {
     viewer.launch();
