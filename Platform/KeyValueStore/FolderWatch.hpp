@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/KeyValueStore/Descriptor.hpp"
+#include "Platform/Basics/Descriptor.hpp"
 #include "Platform/KeyValueStore/SharedFolder.hpp"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "Platform/KeyValueStore/SharedFolder.hpp"
 
-#include "Platform/KeyValueStore/Descriptor.hpp"
+#include "Platform/Basics/Descriptor.hpp"
 #include "Platform/KeyValueStore/SharedFolderNames.hpp"
 
 #include <fcntl.h>

@@ -15,25 +15,14 @@ namespace platform
 
 // Without O_NONBLOCK, opening a pipe would wait for its writer.
 FileBody::FileBody(const std::filesystem::path& file)
-    : descriptor_(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
+    : file_(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY))
 {
+    if (!file_.isOpen() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM))
+        throw std::system_error(errno, std::generic_category(), "open");
     struct stat status = {};
-    if (descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode))
-    {
-        size_ = status.st_size;
-        return;
-    }
-    const int reason = errno;
-    if (descriptor_ >= 0)
-        close(descriptor_);
-    else if (reason == EMFILE || reason == ENFILE || reason == ENOMEM)
-        throw std::system_error(reason, std::generic_category(), "open");
-    throw URLError(URLError::Code::unreadableFile);
-}
-
-FileBody::~FileBody()
-{
-    close(descriptor_);
+    if (fstat(file_.number(), &status) != 0 || !S_ISREG(status.st_mode))
+        throw URLError(URLError::Code::unreadableFile);
+    size_ = status.st_size;
 }
 
 std::size_t FileBody::read(std::span<std::byte> room)
@@ -44,7 +33,7 @@ std::size_t FileBody::read(std::span<std::byte> room)
         return 0;
     ssize_t length = 0;
     do
-        length = pread(descriptor_, room.data(), wanted, offset_);
+        length = pread(file_.number(), room.data(), wanted, offset_);
     while (length < 0 && errno == EINTR);
     // Fewer bytes than were announced would leave the server waiting for the rest.
     if (length <= 0)

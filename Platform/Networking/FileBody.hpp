@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/Basics/Descriptor.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -15,9 +17,6 @@ class FileBody
 {
 public:
     explicit FileBody(const std::filesystem::path& file);
-    FileBody(const FileBody&) = delete;
-    FileBody& operator=(const FileBody&) = delete;
-    ~FileBody();
 
     std::int64_t size() const noexcept { return size_; }
 
@@ -28,7 +27,7 @@ public:
     void seek(std::int64_t offset) noexcept { offset_ = offset; }
 
 private:
-    const int descriptor_;
+    const Descriptor file_;
     std::int64_t size_ = 0;
     std::int64_t offset_ = 0;
 };

@@ -1,5 +1,6 @@
 #include "Platform/Security/SecretService/WriterLock.hpp"
 
+#include "Platform/Basics/Descriptor.hpp"
 #include "Platform/Security/SecretService/SecretServiceFailure.hpp"
 
 #include <fcntl.h>
@@ -14,7 +15,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <string>
-#include <utility>
 
 namespace platform
 {
@@ -22,25 +22,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-class Descriptor
-{
-public:
-    explicit Descriptor(int value) noexcept : value_(value) {}
-    ~Descriptor()
-    {
-        if (value_ >= 0)
-            close(value_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int value() const noexcept { return value_; }
-    int release() noexcept { return std::exchange(value_, -1); }
-
-private:
-    int value_;
-};
 
 SecretServiceFailure refused(const fs::path& folder, const char* why)
 {
@@ -93,11 +74,11 @@ void waitForRelease(const Descriptor& watch, Deadline deadline)
     using std::chrono::milliseconds;
     const auto rest = std::chrono::duration_cast<milliseconds>(
         deadline - std::chrono::steady_clock::now() + milliseconds(1));
-    const auto longest = watch.value() >= 0 ? milliseconds(200) : milliseconds(5);
-    pollfd waiting{watch.value(), POLLIN, 0};
+    const auto longest = watch.isOpen() ? milliseconds(200) : milliseconds(5);
+    pollfd waiting{watch.number(), POLLIN, 0};
     poll(&waiting, 1, static_cast<int>(std::clamp(rest, milliseconds(0), longest).count()));
     std::array<char, 4096> events;
-    while (watch.value() >= 0 && read(watch.value(), events.data(), events.size()) > 0)
+    while (watch.isOpen() && read(watch.number(), events.data(), events.size()) > 0)
         ;
 }
 
@@ -116,15 +97,15 @@ WriterLock::WriterLock(const fs::path& folder, Deadline deadline) : holder_(getp
     {
         Descriptor opened(
             open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
-        if (opened.value() < 0)
+        if (!opened.isOpen())
             throw inputOutput(file);
-        if (flock(opened.value(), LOCK_EX | LOCK_NB) != 0)
+        if (flock(opened.number(), LOCK_EX | LOCK_NB) != 0)
         {
             // Watched before it is tried again: a release in between is an event that waits.
             const Descriptor watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-            if (watch.value() >= 0)
-                inotify_add_watch(watch.value(), file.c_str(), IN_CLOSE_WRITE);
-            while (flock(opened.value(), LOCK_EX | LOCK_NB) != 0)
+            if (watch.isOpen())
+                inotify_add_watch(watch.number(), file.c_str(), IN_CLOSE_WRITE);
+            while (flock(opened.number(), LOCK_EX | LOCK_NB) != 0)
             {
                 if (errno != EWOULDBLOCK && errno != EINTR)
                     throw inputOutput(file);
@@ -136,7 +117,7 @@ WriterLock::WriterLock(const fs::path& folder, Deadline deadline) : holder_(getp
                 waitForRelease(watch, deadline);
             }
         }
-        if (isStillThere(opened.value(), file))
+        if (isStillThere(opened.number(), file))
         {
             descriptor_ = opened.release();
             return;
