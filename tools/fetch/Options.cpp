@@ -212,22 +212,8 @@ std::variant<Command, std::string> parseOptions(int count, const char* const* ar
     for (auto* verb : {get, put})
         verb->footer("\nSee \"tessera-fetch --help\" for the exit codes and examples.");
 
-    try
-    {
-        app.parse(count, arguments);
-    }
-    catch (const CLI::CallForHelp&)
-    {
-        return app.help();
-    }
-    catch (const CLI::CallForVersion& version)
-    {
-        return std::string(version.what()) + "\n";
-    }
-    catch (const CLI::ParseError& error)
-    {
-        refuse(error, app);
-    }
+    if (auto text = commandline::parse(app, count, arguments))
+        return *std::move(text);
     return commandFrom(values, put->parsed() ? Verb::put : Verb::get);
 }
 

@@ -70,9 +70,25 @@ void refuse(std::string sentence, std::string next)
     throw Failure({ExitCode::usage, "usage", std::move(sentence), std::move(next)});
 }
 
-void refuse(const CLI::ParseError& error, const CLI::App& app)
+std::optional<std::string> parse(CLI::App& app, int count, const char* const* arguments)
 {
-    refuse(sentence(error, app), helpOf(app));
+    try
+    {
+        app.parse(count, arguments);
+        return std::nullopt;
+    }
+    catch (const CLI::CallForHelp&)
+    {
+        return app.help();
+    }
+    catch (const CLI::CallForVersion& version)
+    {
+        return std::string(version.what()) + "\n";
+    }
+    catch (const CLI::ParseError& error)
+    {
+        refuse(sentence(error, app), helpOf(app));
+    }
 }
 
 bool wantsJSON(int count, const char* const* arguments)

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace CLI
 {
 class App;
-class ParseError;
 }  // namespace CLI
 
 namespace commandline
@@ -18,9 +18,11 @@ void prepareStandardDescriptors();
 /// Throws `Failure` of the class `usage`.
 [[noreturn]] void refuse(std::string sentence, std::string next);
 
-/// The same in the parser's words. Of what it did not expect, only an option's name is repeated:
-/// the rest may be a code or an address.
-[[noreturn]] void refuse(const CLI::ParseError& error, const CLI::App& app);
+/// Reads the arguments into what the parser was told of. Returns the help or the version where they
+/// are asked for, and nothing else is to be done then. Refuses what is wrong in the parser's words;
+/// of what it did not expect, only an option's name is repeated: the rest may be a code or an
+/// address.
+std::optional<std::string> parse(CLI::App& app, int count, const char* const* arguments);
 
 /// Whether `--json` is among the arguments, for errors in the others.
 bool wantsJSON(int count, const char* const* arguments);

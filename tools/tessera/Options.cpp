@@ -194,22 +194,8 @@ std::variant<Command, KeychainCommand, std::string> parseOptions(int count,
     }
     const KeychainOptions keychain(app);
 
-    try
-    {
-        app.parse(count, arguments);
-    }
-    catch (const CLI::CallForHelp&)
-    {
-        return app.help();
-    }
-    catch (const CLI::CallForVersion& version)
-    {
-        return std::string(version.what()) + "\n";
-    }
-    catch (const CLI::ParseError& error)
-    {
-        refuse(error, app);
-    }
+    if (auto text = parse(app, count, arguments))
+        return *std::move(text);
     if (keychain.used())
         return keychainCommandFrom(app, values, keychain);
     const auto used =
