@@ -18,13 +18,14 @@ namespace tessera
 class TaskSlot
 {
 public:
-    /// Begins `work` in a turn of its own, after what runs now. The work clears the slot as its own
-    /// last act; only its own handle, never a successor's.
+    /// Begins `work` in a turn of its own, after what runs now, and not at all if it is cancelled
+    /// until then. The work clears the slot as its own last act; only its own handle, never a
+    /// successor's.
     void start(const platform::Executor& executor, platform::Awaitable<void> work)
     {
         cancel();
         place_->task =
-            platform::Task<void>::start(executor, run(place_, ++place_->number, std::move(work)));
+            platform::Task<void>::start(executor, run(place_, place_->number, std::move(work)));
     }
 
     /// Cancels the task, and forgets it at once.
@@ -33,6 +34,7 @@ public:
         if (place_->task)
             place_->task->cancel();
         place_->task.reset();
+        ++place_->number;
     }
 
     bool isRunning() const noexcept { return place_->task.has_value(); }
@@ -57,7 +59,9 @@ private:
     {
         const auto turn = boost::asio::use_awaitable_t<platform::Executor>();
         co_await boost::asio::post(turn);
-        co_await platform::checkCancellation();
+        // The task hears of its cancellation only in a later turn.
+        if (place->number != number)
+            throw platform::CancellationError();
         auto outcome = co_await platform::detail::outcomeOf<void>(std::move(work));
         if (place->number == number)
             place->task.reset();

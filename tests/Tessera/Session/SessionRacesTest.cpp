@@ -78,6 +78,21 @@ TEST_F(Races, AnAccountIsLetGoDuringEachOfItsTasks)
     }
 }
 
+TEST_F(Races, ARefreshThatASignInInterruptsBeforeItBeganIsTakenUpAgain)
+{
+    host.store("Token", host.token("anna"));
+    host.onMainDo(
+        [&]
+        {
+            host.account->applicationDidBecomeActive();
+            host.account->authenticate(SecretString("bad"));
+        });
+    machine.settle();
+    EXPECT_EQ(host.state(), "pending:anna");
+    host.answer("/account", 200, host.info("anna"));
+    EXPECT_EQ(host.state(), "signedIn:anna/remote");
+}
+
 TEST_F(Races, AHandlerLetsGoOfTheAccount)
 {
     for (const bool signsOut : {true, false})
