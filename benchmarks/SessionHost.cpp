@@ -3,7 +3,6 @@
 #include "benchmarks/Server.hpp"
 
 #include "Platform/KeyValueStore/FileKeyValueStore.hpp"
-#include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
 #include "tools/account-server/Mailer.hpp"
 
 #include <boost/asio/post.hpp>
@@ -33,19 +32,13 @@ std::filesystem::path newFolder()
     return pattern;
 }
 
-std::shared_ptr<platform::Keychain> keychainIn(const std::filesystem::path& folder)
+std::shared_ptr<platform::EmbeddedItemStore> itemsIn(const std::filesystem::path& folder)
 {
     platform::EmbeddedItemStore::Configuration configuration;
     configuration.dataFolder = folder / "data";
     configuration.keyFolder = folder / "key";
     configuration.firstKeyMayBePlain = true;
-    return std::make_shared<platform::StoreKeychain>(
-        std::make_shared<platform::EmbeddedItemStore>(std::move(configuration)),
-        []
-        {
-            return platform::KeychainSurroundings{.program = {.identifier = "benchmark"},
-                                                  .protection = {}};
-        });
+    return std::make_shared<platform::EmbeddedItemStore>(std::move(configuration));
 }
 
 }  // namespace
@@ -114,7 +107,8 @@ SessionHost::SessionHost(const SessionUser& ofUser, std::string name)
     : user(ofUser),
       main(std::make_shared<TimedMainActor>(user.loop)),
       services(platform::systemServices()),
-      session_(std::make_shared<platform::CurlURLSession>(user.file.sessionConfiguration()))
+      session_(std::make_shared<platform::CurlURLSession>(user.file.sessionConfiguration())),
+      items_(itemsIn(user.folder / "keychain"))
 {
     client.identifier = std::move(name);
     client.localizedKeychainIdentifier = client.localizedName = client.identifier;
@@ -122,7 +116,13 @@ SessionHost::SessionHost(const SessionUser& ofUser, std::string name)
     client.device = {.model = "PC", .systemVersion = "12.0.0"};
     services.mainActor = main;
     services.urlSession = session_;
-    services.keychain = keychainIn(user.folder / "keychain");
+    services.keychain = std::make_shared<platform::StoreKeychain>(
+        items_,
+        []
+        {
+            return platform::KeychainSurroundings{.program = {.identifier = "benchmark"},
+                                                  .protection = {}};
+        });
     services.keyValueStore = std::make_shared<platform::FileKeyValueStore>(
         services.background, platform::FileKeyValueStore::Configuration{
                                  .folder = user.folder / "shared", .diagnostics = {}});
@@ -142,6 +142,11 @@ void SessionHost::makeAccount()
 {
     account.reset();
     account.emplace(user.file.environment, client, services);
+}
+
+void SessionHost::closeKeychain()
+{
+    items_->close();
 }
 
 void SessionHost::launchToEnd()

@@ -2,6 +2,7 @@
 
 #include "Platform/Concurrency/RunLoop.hpp"
 #include "Platform/Networking/CurlURLSession.hpp"
+#include "Platform/Security/Embedded/EmbeddedItemStore.hpp"
 #include "Tessera/Session/Account.hpp"
 #include "tools/environment/EnvironmentFile.hpp"
 
@@ -83,6 +84,8 @@ public:
     /// A new account in the place of the one that is there.
     void makeAccount();
     void launchToEnd();
+    /// As it is before the program uses it first: the next use opens the files.
+    void closeKeychain();
 
     /// Awaits it on the main thread.
     template <class T>
@@ -106,6 +109,7 @@ public:
 
 private:
     std::shared_ptr<platform::CurlURLSession> session_;
+    std::shared_ptr<platform::EmbeddedItemStore> items_;
 };
 
 /// So many of a hundred are not longer.

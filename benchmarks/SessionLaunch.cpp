@@ -47,8 +47,9 @@ std::string_view text(const SecretBytes& bytes)
     return {reinterpret_cast<const char*>(bytes.view().data()), bytes.size()};
 }
 
-/// From the call to the state, against two reads and two verifications on one thread.
-void launch(benchmark::State& state)
+/// From the call to the state, against two reads and two verifications on one thread. `isFirst`:
+/// the program has not used its keychain yet, so that both open it.
+void compareLaunch(benchmark::State& state, bool isFirst)
 {
     const SessionUser user;
     SessionHost host(user);
@@ -62,6 +63,8 @@ void launch(benchmark::State& state)
     {
         host.makeAccount();
         host.drain();
+        if (isFirst)
+            host.closeKeychain();
     };
     const auto launched = [&](std::size_t)
     {
@@ -81,6 +84,16 @@ void launch(benchmark::State& state)
                             .measured = {"launch", 1, launched, prepare},
                             .limit = {"two reads, two verifications", 1, bare, prepare},
                             .waits = true});
+}
+
+void launch(benchmark::State& state)
+{
+    compareLaunch(state, false);
+}
+
+void launchFirst(benchmark::State& state)
+{
+    compareLaunch(state, true);
 }
 
 /// All pieces of work of a launch on the main thread together.
@@ -148,6 +161,11 @@ void signOut(benchmark::State& state)
 }
 
 BENCHMARK(launch)->Name("launch")->Iterations(1000)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(launchFirst)
+    ->Name("launch-first")
+    ->Iterations(500)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(launchOnMain)
     ->Name("launch-main")
     ->Iterations(1000)
