@@ -37,7 +37,6 @@ const std::vector<Rows> reachable{
     {{"read another user's", "read bad information", "read both", "read no information",
       "read nothing"},
      {"otherProgramSignedIn", "restored"}},
-    {{"refresh cancelled"}, {"loading"}},
     {{"refresh failed"}, {"pending", "signedIn", "signedOut"}},
     {{"refresh refused", "refreshed"}, {"pending", "signedIn"}},
     {{"retry"}, {"failed", "not called for"}},
