@@ -16,15 +16,18 @@ namespace platform
 ///
 /// Each value that is sent, equal to the last or not, reaches each subscriber exactly once and in
 /// order. One that a handler sends from within its call waits until all have heard the one before.
-/// Nothing is delivered any more once the subject is gone.
+/// Nothing is delivered any more once the subject is closed or gone.
 template <class T>
 class CurrentValueSubject
 {
 public:
     explicit CurrentValueSubject(T initial) : core_(std::make_shared<Core>(std::move(initial))) {}
-    ~CurrentValueSubject() { core_->closed = true; }
+    ~CurrentValueSubject() { close(); }
     CurrentValueSubject(const CurrentValueSubject&) = delete;
     CurrentValueSubject& operator=(const CurrentValueSubject&) = delete;
+
+    /// Ends every subscription, also in the middle of a delivery.
+    void close() noexcept { core_->closed = true; }
 
     /// The last value that was sent; handlers may not have heard of it yet.
     const T& value() const noexcept { return core_->value; }

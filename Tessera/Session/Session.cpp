@@ -111,6 +111,10 @@ void Account::Session::begin()
 void Account::Session::release()
 {
     requireMain();
+    // Those who are being told of something now, and have not heard of it yet, never do.
+    stateSubject.close();
+    newsletterStatus.close();
+    diagnostic.close();
     network_->end();
     if (const auto generation = std::exchange(deauthenticating_, std::nullopt))
     {
@@ -169,14 +173,13 @@ void Account::Session::generationBegins()
 
 void Account::Session::carryOut(const SessionOrders& orders)
 {
-    const auto generation = machine.generation();
     if (orders.removeInfo)
         removeInfo();
+    // First, so that whoever hears of the state, and signs in or out, finds it to interrupt.
+    if (orders.scheduleRetry)
+        scheduleRetry();
     if (orders.publish)
         publish(*orders.publish);
-    // Whoever hears of the state may have signed out.
-    if (orders.scheduleRetry && isCurrent(generation))
-        scheduleRetry();
 }
 
 void Account::Session::publish(AccountTransitionCause cause)
@@ -285,13 +288,14 @@ void Account::Session::endSession(Generation generation, AccountTransitionCause 
         machine.tokenLeftBehind(platform::SecretBytes(end.onlyOf->bytes()));
     else
         machine.tokenKnown(std::nullopt);
-    clearDiagnostic();
     if (left == Left::nothing || left == Left::unremoved)
         announce();
+    clearDiagnostic();
     if (left == Left::unremoved || left == Left::unreadable)
         report(AccountDiagnosticCode::sessionNotRemoved,
                std::make_exception_ptr(AccountError(AccountError::keychainAccess)));
-    carryOut(machine.signedOut(cause));
+    if (!released_)
+        carryOut(machine.signedOut(cause));
     if (left == Left::anothers && isCurrent(generation))
         lookForTokenChange(1);
     if (end.onlyOf)

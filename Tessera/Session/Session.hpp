@@ -219,11 +219,11 @@ private:
 
     void keysChanged(const platform::ExternalKeyValueChange& change);
     void lookForTokenChange(int reads);
-    static Awaitable<void> pollToken(Self self, Generation generation, int reads);
+    static Awaitable<void> pollToken(Self self, int reads);
     static Awaitable<Stored> readToken(Self self);
     static Awaitable<void> removeLeftBehind(Self self, Generation generation);
     /// Whether there was anything to follow.
-    bool follow(Stored token);
+    bool follow(Stored token, bool announced);
     void followSignOut();
     void followSignIn(Stored token);
 
@@ -254,6 +254,8 @@ private:
     {
         bool restore = false;
         bool refresh = false;
+        /// Only asked for, and to be made if it is due then.
+        bool activation = false;
         bool tokenChange = false;
     };
     Interrupted interrupted_;

@@ -24,14 +24,16 @@ void Account::Session::keysChanged(const platform::ExternalKeyValueChange& chang
 
 void Account::Session::lookForTokenChange(int reads)
 {
-    environmentTokenChangeTask.start(main_,
-                                     pollToken(shared_from_this(), machine.generation(), reads));
+    environmentTokenChangeTask.start(main_, pollToken(shared_from_this(), reads));
 }
 
 /// Waits for the keychain to catch up with the announcement. A keychain that cannot be read says
-/// nothing, and is asked again.
-platform::Awaitable<void> Account::Session::pollToken(Self self, Generation generation, int reads)
+/// nothing, and is asked again. It belongs to the generation that it begins in: the look before it
+/// may have begun one meanwhile.
+platform::Awaitable<void> Account::Session::pollToken(Self self, int reads)
 {
+    const auto generation = self->machine.generation();
+    const bool announced = reads > 1;
     auto delays = detail::retryDelays();
     for (int read = 1; read <= reads; ++read)
     {
@@ -45,7 +47,7 @@ platform::Awaitable<void> Account::Session::pollToken(Self self, Generation gene
         self->requireCurrent(generation);
         // What was read counts, also when a newer announcement has cancelled this: in a flood of
         // them, none would be followed otherwise.
-        if (stored.succeeded() && self->follow(std::move(stored).get()))
+        if (stored.succeeded() && self->follow(std::move(stored).get(), announced))
             co_return;
         if (stored.succeeded() && self->machine.leftBehindToken())
         {
@@ -63,21 +65,24 @@ platform::Awaitable<void> Account::Session::removeLeftBehind(Self self, Generati
         [generation, token = *self->machine.leftBehindToken()](SessionStore& store)
     { return store.removeLeftBehind(generation, token); };
     auto removing = self->onStorage<bool>(std::move(remove));
-    const bool removed = co_await std::move(removing);
+    const auto removed = co_await platform::detail::outcomeOf<bool>(std::move(removing));
+    const bool isGone = removed.succeeded() && removed.get();
+    // Others are told of what is gone, whatever has begun here since.
+    if (isGone && !self->released_)
+        self->announce();
     self->requireCurrent(generation);
-    if (!removed || !self->machine.leftBehindToken())
+    if (!isGone || !self->machine.leftBehindToken())
         co_return;
     self->machine.tokenKnown(std::nullopt);
     self->clearDiagnostic();
-    self->announce();
 }
 
-bool Account::Session::follow(Stored token)
+bool Account::Session::follow(Stored token, bool announced)
 {
     // A sign-out that has begun looks for itself.
     if (deauthenticating_)
         return true;
-    const auto found = machine.tokenRead(token);
+    const auto found = machine.tokenRead(token, announced);
     if (found == SessionMachine::StoredToken::another)
         followSignIn(std::move(token));
     if (found == SessionMachine::StoredToken::gone)
@@ -107,7 +112,10 @@ void Account::Session::followSignOut()
     machine.followBegins();
     generationBegins();
     machine.tokenKnown(std::nullopt);
+    const auto generation = machine.generation();
     carryOut(machine.signedOutElsewhere(now()));
+    if (isCurrent(generation))
+        clearDiagnostic();
 }
 
 void Account::Session::followSignIn(Stored token)

@@ -215,7 +215,7 @@ std::optional<platform::SecretBytes> SessionMachine::leftBehindToken() const
 }
 
 SessionMachine::StoredToken SessionMachine::tokenRead(
-    const std::optional<platform::SecretBytes>& token)
+    const std::optional<platform::SecretBytes>& token, bool announced)
 {
     const bool nothingToLose =
         !token && !signingIn_ && state_.get<AccountState::SignedOut>() != nullptr;
@@ -223,7 +223,7 @@ SessionMachine::StoredToken SessionMachine::tokenRead(
         tokenKnown(std::nullopt);
     else if (!known_ && signingIn_)
         tokenKnown(token);
-    else if (!known_ && !restoresFirst())
+    else if (!known_ && !restoresFirst() && !announced)
         tokenLeftBehind(token);
     if (known_ && known_->token == token)
         return StoredToken::known;

@@ -136,8 +136,9 @@ public:
         another
     };
     /// What a read of the stored token tells. Where none was known and none is awaited, it is known
-    /// from now on.
-    StoredToken tokenRead(const std::optional<platform::SecretBytes>& token);
+    /// from now on: as what a sign-out could not even read, unless another program has announced a
+    /// change.
+    StoredToken tokenRead(const std::optional<platform::SecretBytes>& token, bool announced);
 
 private:
     /// Nothing, because it was never read; otherwise the token, or that there is none.

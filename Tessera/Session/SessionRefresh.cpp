@@ -287,9 +287,12 @@ void Account::Session::activate()
     // The session is about to end; there is nothing to keep fresh.
     if (deauthenticating_)
         return;
+    interrupted_.activation |= machine.signingIn();
     if (machine.refreshesOnActivation(now()))
         startRefresh();
-    if (!environmentTokenChangeTask.isRunning())
+    // A refresh that restores the session reads the token itself, and would be overtaken.
+    const bool isRead = machine.restoresFirst() && refreshTask.isRunning();
+    if (!isRead && !environmentTokenChangeTask.isRunning())
         lookForTokenChange(1);
 }
 

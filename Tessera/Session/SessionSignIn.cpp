@@ -29,16 +29,15 @@ void Account::Session::signInEnds()
     machine.signInEnds();
     signInTask_.reset();
     const auto interrupted = std::exchange(interrupted_, {});
-    const bool restores = machine.restoresFirst();
-    // A sign-in before this one may have stored its token and then been superseded.
-    const bool unpublished = machine.storedTokenIsUnpublished();
-    if (restores && (interrupted.restore || unpublished))
+    if (interrupted.restore)
         launch();
-    if (!restores && unpublished)
+    // A sign-in before this one may have stored its token and then been superseded.
+    if (machine.storedTokenIsUnpublished())
         startRefresh(AccountTransitionCause::restored);
     else if (interrupted.refresh && machine.retryCalledFor())
         scheduleRetry();
-    else if (interrupted.refresh)
+    else if (interrupted.refresh ||
+             (interrupted.activation && machine.refreshesOnActivation(now())))
         startRefresh();
     if (interrupted.tokenChange && !environmentTokenChangeTask.isRunning())
         lookForTokenChange(4);

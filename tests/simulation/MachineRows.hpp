@@ -151,10 +151,10 @@ public:
         return SessionMachine::signedOutElsewhere(now);
     }
 
-    StoredToken tokenRead(const std::optional<platform::SecretBytes>& token)
+    StoredToken tokenRead(const std::optional<platform::SecretBytes>& token, bool announced)
     {
         const auto before = simulation::situation(state());
-        const auto found = SessionMachine::tokenRead(token);
+        const auto found = SessionMachine::tokenRead(token, announced);
         const char* what = found == StoredToken::known ? "the known token" : "another token";
         simulation::rowReached(std::string(found == StoredToken::gone ? "no token" : what) +
                                " is stored, " + before);

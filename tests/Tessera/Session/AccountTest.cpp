@@ -101,10 +101,13 @@ TEST_F(Session, AKeychainThatCannotBeReadIsNeverSignedOut)
 
     host.activate();
     EXPECT_EQ(host.state(), "failed");
+    machine.advance(0.5);
     machine.items->fail(std::nullopt);
+    const auto refresh = host.refresh();
     host.activate();
     EXPECT_EQ(host.state(), "pending:anna");
     EXPECT_EQ(host.account->diagnostic(), std::nullopt);
+    EXPECT_EQ(refresh->error(), "") << "what is read is no other program's sign-in";
 }
 
 TEST_F(Session, WaitsOneTwoFourAndEightSecondsForTheInformation)
@@ -296,6 +299,14 @@ TEST_F(Session, AWrongCodeChangesNothingAndResumesWhatItInterrupted)
     EXPECT_EQ(call->ends(), 1);
     EXPECT_EQ(host.state(), "signedIn:anna/remote");
     EXPECT_THAT(host.takeRequests(), ElementsAre("/account*"));
+    host.answer("/account", 200, host.info("anna"));
+
+    machine.advance(3600);
+    host.signIn();
+    host.activate();
+    host.takeRequests();
+    host.answerRefused("/auth");
+    EXPECT_THAT(host.takeRequests(), ElementsAre("/account*")) << "due since the activation";
 }
 
 TEST_F(Session, AttachesTheAddressToAnAnonymousAccountAlone)

@@ -52,6 +52,9 @@ TEST_F(Programs, FollowEachOthersSignInAndSignOut)
     EXPECT_THAT(editor.takeRequests(), IsEmpty()) << "nobody follows what he has done himself";
 
     // A refresh that is under way belongs to the session that ends.
+    viewer.refresh();
+    viewer.answerRefused("/account");
+    EXPECT_TRUE(viewer.account->diagnostic());
     const auto refresh = viewer.refresh();
     machine.settle();
     viewer.takeRequests();
@@ -59,6 +62,7 @@ TEST_F(Programs, FollowEachOthersSignInAndSignOut)
     machine.advance(0.1);
     EXPECT_EQ(viewer.state(), "signedOut");
     EXPECT_EQ(refresh->error(), "CancellationError");
+    EXPECT_EQ(viewer.account->diagnostic(), std::nullopt);
     EXPECT_THAT(viewer.takeRequests(), IsEmpty()) << "the server is told once";
     EXPECT_THAT(editor.takeRequests(), ElementsAre("DELETE /auth*"));
     EXPECT_EQ(viewer.stored("Info"), std::nullopt);

@@ -281,6 +281,7 @@ TEST(SessionMachine, TellsAStoredTokenFromTheKnownOne)
         Way situation;
         std::optional<platform::SecretBytes> read;
         Stored found;
+        bool announced = false;
     };
     const Row rows[] = {
         {"the same", signedIn, bytes("known"), Stored::known},
@@ -292,14 +293,16 @@ TEST(SessionMachine, TellsAStoredTokenFromTheKnownOne)
         {"never read, none", loading, std::nullopt, Stored::gone},
         {"never read, during a sign-in", then(loading, signingIn), bytes("other"), Stored::known},
         {"left behind, never read", unknown(signsOut), bytes("left"), Stored::known},
+        {"announced since", unknown(signsOut), bytes("new"), Stored::another, true},
         {"left behind", unknown(then(signedIn, signsOut)), bytes("known"), Stored::known},
         {"another program's", unknown(then(signedIn, signsOut)), bytes("other"), Stored::another},
     };
     for (const auto& row : rows)
     {
         auto machine = machineAfter(row.situation);
-        EXPECT_EQ(machine.tokenRead(row.read), row.found) << row.name;
-        EXPECT_EQ(machine.tokenRead(row.read), row.found) << row.name << ", once more";
+        for (const char* time : {"once", "once more"})
+            EXPECT_EQ(machine.tokenRead(row.read, row.announced), row.found)
+                << row.name << ", " << time;
     }
 }
 

@@ -105,6 +105,13 @@ TEST_F(Races, AHandlerLetsGoOfTheAccount)
                 if (state.get<AccountState::SignedOut>())
                     host.account.reset();
             });
+        std::vector<std::string> heardLate;
+        auto late = host.onMain(
+            [&]
+            {
+                return host.account->statePublisher().subscribe(
+                    [&](const AccountState& state) { heardLate.push_back(text(state)); });
+            });
         host.onMainDo(
             [&]
             {
@@ -115,7 +122,29 @@ TEST_F(Races, AHandlerLetsGoOfTheAccount)
             });
         machine.settle();
         EXPECT_EQ(host.stored("Token"), std::nullopt);
+        EXPECT_THAT(heardLate, ElementsAre("signedIn:anna/remote"));
     }
+}
+
+TEST_F(Races, AHandlerOfASessionWithoutInformationSignsInInVain)
+{
+    bool signsIn = true;
+    onState(
+        [&](const AccountState& state)
+        {
+            if (state.get<AccountPendingProfile>() && std::exchange(signsIn, false))
+                host.account->authenticate(SecretString("bad"));
+        });
+    host.signIn();
+    host.answer("/auth", 200, host.token("anna"));
+    for (int attempt = 0; attempt < 5; ++attempt)
+    {
+        host.answer("/account", 500, "");
+        machine.advance(10);
+    }
+    EXPECT_THAT(host.takeRequests(), testing::Contains("/account*")) << "the retry goes on";
+    host.answer("/account", 200, host.info("anna"));
+    EXPECT_EQ(host.state(), "signedIn:anna/remote");
 }
 
 TEST_F(Races, ASignInMayBeCancelledAtEveryPoint)
@@ -139,21 +168,25 @@ TEST_F(Races, ASignInMayBeCancelledAtEveryPoint)
 
 TEST_F(Races, WhatASupersededSignInHasStoredIsShownIfTheNextOneAdoptsNothing)
 {
-    for (std::size_t pieces = 0; pieces < 40; ++pieces)
+    for (std::size_t pieces = 0; pieces < 80; ++pieces)
     {
         Machine fresh;
         SessionHost program(fresh);
-        program.launch();
+        if (pieces % 2 == 0)
+            program.launch();
         const auto first = program.signIn();
         program.takeRequests();
         program.network->started.back()->answer(200, program.token("anna"));
-        fresh.executor.drain(pieces);
+        fresh.executor.drain(pieces / 2);
         const auto second = program.signIn();
         program.answerRefused("/auth");
         fresh.settle();
 
         EXPECT_EQ(first->ends(), 1) << pieces;
-        EXPECT_EQ(program.stored("Token").has_value(), program.state() != "signedOut") << pieces;
+        const bool isStored = program.stored("Token").has_value();
+        EXPECT_EQ(isStored, program.state() == "pending:anna") << pieces;
+        if (isStored)
+            program.answer("/account", 200, program.info("anna"));
     }
 }
 
