@@ -229,7 +229,7 @@ void Host::judgeSubscribers()
                       "the last published state is not the state");
 }
 
-void Host::judgeEnd(const MemoryItemStore& stored, const AccountServer& server)
+bool Host::judgeSession(const MemoryItemStore& stored)
 {
     const auto& record = judge_.record(number_);
     const auto* token = storedText(stored, tokenIdentity());
@@ -238,22 +238,28 @@ void Host::judgeEnd(const MemoryItemStore& stored, const AccountServer& server)
     {
         judge_.complainIf(!state.get<AccountState::SignedOut>(), "nothing is stored, and host ",
                           number_, " is not signed out");
-        return;
+        return false;
     }
     // A session that could not be removed is not taken up again by the one who signed it out.
     if (state.get<AccountState::SignedOut>() && record.removalFailed)
-        return;
+        return false;
     if (!token->isSession())
     {
         judge_.complainIf(state.get<AccountState::SignedOut>(), "a damaged token counts as none");
-        return;
+        return false;
     }
     judge_.complainIf(record.stateToken != token, "the session ", token->name,
                       " is stored, and host ", number_, " does not have it");
-    if (!server.isAlive(*token))
+    return true;
+}
+
+void Host::judgeEnd(const MemoryItemStore& stored, const AccountServer& server)
+{
+    const auto* token = storedText(stored, tokenIdentity());
+    if (!judgeSession(stored) || !server.isAlive(*token))
         return;
     const auto& info = server.infoFor(*token, program_.client);
-    const auto* profile = state.get<tessera::AccountProfile>();
+    const auto* profile = judge_.record(number_).states.back().get<tessera::AccountProfile>();
     if (!profile || profile->infoJWT.string.view() != info.text)
         judge_.complain("the last refresh has not brought the information");
     else if (storedText(stored, infoIdentity(program_.client)) != &info)

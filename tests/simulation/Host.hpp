@@ -61,7 +61,9 @@ public:
     /// Compares what each subscriber has heard.
     void judgeSubscribers();
 
-    /// The session and its information are what is stored, or the reason is known.
+    /// The session is the one that is stored, or the reason is known. Whether there is one.
+    bool judgeSession(const MemoryItemStore& stored);
+    /// The same, and its information is there, too.
     void judgeEnd(const MemoryItemStore& stored, const AccountServer& server);
 
 private:

@@ -143,9 +143,14 @@ private:
                                                 std::move(items), judge_, server_));
         current_.at(program) = hosts_.back().get();
         if (random_.oneIn(8))
+        {
+            mayDiffer_ = true;
             hosts_.back()->items().failNext(ItemCall::Kind::read, KeychainStatus::notAvailable);
+        }
         if (!random_.oneIn(8))
             hosts_.back()->call(CallKind::launch, random_);
+        else
+            mayDiffer_ = true;
     }
 
     void step()
@@ -291,6 +296,7 @@ private:
     void tell(int host, Delivery delivery)
     {
         trace_("news for host ", host, ", kind ", static_cast<int>(delivery));
+        mayDiffer_ |= delivery != Delivery::once && delivery != Delivery::again;
         announcements_.deliver(host, delivery);
     }
 
@@ -306,6 +312,7 @@ private:
 
     void failKeychain(Host& host)
     {
+        mayDiffer_ = true;
         if (random_.oneIn(6))
         {
             trace_("the next announcement of host ", host.number(), " fails");
@@ -350,6 +357,7 @@ private:
     {
         if (random_.oneIn(4))
             return;
+        mayDiffer_ = true;
         const auto& texts = Texts::shared();
         trace_("an item is damaged");
         if (random_.oneIn(2))
@@ -403,8 +411,8 @@ private:
         judge_.complainIf(!judge_.complaint(), "the world does not come to rest");
     }
 
-    /// Whatever has gone wrong is mended now, and the hosts come to the front twice: then all
-    /// agree.
+    /// Where nothing was lost, all agree by themselves. Otherwise, whatever has gone wrong is
+    /// mended now, and the hosts come to the front twice: then all agree.
     void healAndJudge()
     {
         for (auto* host : current_)
@@ -413,6 +421,9 @@ private:
             host->callNothingFromHandler();
         }
         comeToRest();
+        for (auto* host : current_)
+            if (!mayDiffer_ && !judge_.complaint())
+                host->judgeSession(*items_);
         for (const bool isRefreshed : {false, true})
             for (auto* host : current_)
             {
@@ -441,6 +452,8 @@ private:
     Trace trace_;
     SeedResult result_;
     Temper temper_;
+    /// An announcement was lost, a keychain has failed, or a host has not been launched.
+    bool mayDiffer_ = false;
     ManualClock clock_;
     Judge judge_{trace_};
     AccountServer server_;
