@@ -294,10 +294,11 @@ void Account::Session::endSession(Generation generation, AccountTransitionCause 
     if (left == Left::unremoved || left == Left::unreadable)
         report(AccountDiagnosticCode::sessionNotRemoved,
                std::make_exception_ptr(AccountError(AccountError::keychainAccess)));
-    if (!released_)
-        carryOut(machine.signedOut(cause));
+    // First, so that a sign-in by whoever hears of the state interrupts it.
     if (left == Left::anothers && isCurrent(generation))
         lookForTokenChange(1);
+    if (!released_)
+        carryOut(machine.signedOut(cause));
     if (end.onlyOf)
         endOnServer(*end.onlyOf);
     else if (end.onServer && token)
