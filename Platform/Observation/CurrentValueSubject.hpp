@@ -26,7 +26,7 @@ public:
     CurrentValueSubject(const CurrentValueSubject&) = delete;
     CurrentValueSubject& operator=(const CurrentValueSubject&) = delete;
 
-    /// Ends every subscription, also in the middle of a delivery.
+    /// Nothing is delivered after this, not even to the rest of those who are being told now.
     void close() noexcept { core_->closed = true; }
 
     /// The last value that was sent; handlers may not have heard of it yet.

@@ -290,13 +290,13 @@ void Account::Session::endSession(Generation generation, AccountTransitionCause 
         machine.tokenKnown(std::nullopt);
     if (left == Left::nothing || left == Left::unremoved)
         announce();
+    // Before anybody hears of this, so that a sign-in by whoever does finds it to interrupt.
+    if (left == Left::anothers)
+        lookForTokenChange(1);
     clearDiagnostic();
     if (left == Left::unremoved || left == Left::unreadable)
         report(AccountDiagnosticCode::sessionNotRemoved,
                std::make_exception_ptr(AccountError(AccountError::keychainAccess)));
-    // First, so that a sign-in by whoever hears of the state interrupts it.
-    if (left == Left::anothers && isCurrent(generation))
-        lookForTokenChange(1);
     if (!released_)
         carryOut(machine.signedOut(cause));
     if (end.onlyOf)

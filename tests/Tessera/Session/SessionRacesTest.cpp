@@ -333,8 +333,15 @@ TEST_F(Races, DeletionEndsTheSessionThatItMeantAndNoOther)
     const auto deleteAccount = [&]
     { return host.start<void>(host.onMain([&] { return host.account->deleteAccount(); })); };
 
-    // Another program has signed in meanwhile.
+    // Another program has signed in meanwhile, and whoever hears of the end signs in in vain.
     host.signInAs("anna");
+    bool signsIn = true;
+    onState(
+        [&](const AccountState& state)
+        {
+            if (state.get<AccountState::SignedOut>() && std::exchange(signsIn, false))
+                host.account->authenticate(SecretString("bad"));
+        });
     auto call = deleteAccount();
     machine.settle();
     host.store("Token", host.token("bert"));
