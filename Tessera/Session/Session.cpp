@@ -185,15 +185,16 @@ void Account::Session::carryOut(const SessionOrders& orders)
 void Account::Session::publish(AccountTransitionCause cause)
 {
     record(cause);
-    const auto generation = machine.generation();
     using Change = NewsletterUser::Change;
     const auto change = newsletterUser_.changeWith(machine.state());
+    const int user = newsletterUser_.number();
     stateSubject.send(machine.state());
     // A request that was made before the user was named can tell nothing about this one.
     const bool ends =
         change == Change::another ||
         (change == Change::named && newsletterStatus.value() == NewsletterStatus::submitting);
-    if (ends && isCurrent(generation) && newsletterStatus.value() != NewsletterStatus::idle)
+    const bool isMeant = !released_ && newsletterUser_.number() == user;
+    if (ends && isMeant && newsletterStatus.value() != NewsletterStatus::idle)
         newsletterStatus.send(NewsletterStatus::idle);
 }
 

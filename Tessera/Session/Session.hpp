@@ -97,8 +97,13 @@ private:
         };
         /// What this state means for it; the state's user is remembered.
         Change changeWith(const AccountState& state);
+        /// A new number with each change, for requests to tell whether they are still meant.
+        int number() const { return number_; }
 
     private:
+        Change found(const AccountState& state);
+
+        int number_ = 0;
         std::optional<std::string> user_;
         std::optional<boost::uuids::uuid> uuid_;
     };

@@ -90,12 +90,12 @@ platform::Awaitable<void> Account::Session::requestNewsletter()
     auto steps = [](Self self, Generation generation) -> Awaitable<void>
     {
         auto token = self->requiredToken();
-        const auto user = self->machine.state().uuid();
+        const int user = self->newsletterUser_.number();
         self->newsletterStatus.send(NewsletterStatus::submitting);
         auto sending = sendNewsletter(self, generation, std::move(token));
         const auto outcome = co_await platform::detail::outcomeOf<void>(std::move(sending));
         // The status belongs to the user, not to the session; a released account has none.
-        const bool sameUser = !self->released_ && self->machine.state().uuid() == user;
+        const bool sameUser = !self->released_ && self->newsletterUser_.number() == user;
         if (sameUser && outcome.succeeded() && self->isCurrent(generation))
             self->newsletterStatus.send(NewsletterStatus::subscribed);
         else if (sameUser && self->newsletterStatus.value() == NewsletterStatus::submitting)
@@ -111,9 +111,19 @@ platform::Awaitable<void> Account::Session::requestNewsletter()
 Account::Session::NewsletterUser::Change Account::Session::NewsletterUser::changeWith(
     const AccountState& state)
 {
+    const auto change = found(state);
+    if (change != Change::none)
+        ++number_;
+    return change;
+}
+
+Account::Session::NewsletterUser::Change Account::Session::NewsletterUser::found(
+    const AccountState& state)
+{
     if (state.get<AccountState::SignedOut>())
     {
-        *this = {};
+        user_.reset();
+        uuid_.reset();
         return Change::another;
     }
     const auto* profile = state.get<AccountProfile>();

@@ -174,6 +174,8 @@ platform::Awaitable<AccountState> Account::Session::loadAfterSignIn(Self self,
     if (info->payload.user != token.payload.user)
     {
         self->signOutOf(token.string, AccountTransitionCause::otherUsersInfo);
+        // Whoever hears of its end may let go of the account.
+        self->requireStanding(Belongs::toNobody, generation);
         co_return self->machine.state();
     }
     auto keeping = keepInfo(self, generation, info->string);

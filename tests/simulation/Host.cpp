@@ -72,8 +72,10 @@ void Host::subscribe()
     // First, so that it hears of a state before others can change it.
     witness_ = account_->statePublisher().subscribe([this](const AccountState& state)
                                                     { judge_.stateSeen(number_, state); });
-    meddler_ =
-        account_->statePublisher().subscribe([this](const AccountState&) { changeFromHandler(); });
+    meddlers_ = {
+        account_->statePublisher().subscribe([this](const AccountState&) { actFromHandler(); }),
+        account_->newsletterStatusPublisher().subscribe([this](auto) { actFromHandler(); }),
+        account_->diagnosticPublisher().subscribe([this](const auto&) { actFromHandler(); })};
     tokens_ = account_->token().subscribe(
         [this](const std::optional<SecretString>& token)
         {
@@ -90,7 +92,7 @@ void Host::addSubscriber()
                                                               { added.heard.push_back(state); });
 }
 
-void Host::changeFromHandler()
+void Host::actFromHandler()
 {
     if (std::exchange(joinsFromHandler_, false))
     {
@@ -103,6 +105,8 @@ void Host::changeFromHandler()
         soak::Random random(wish->second);
         callNow(wish->first, random);
     }
+    if (std::exchange(releasesFromHandler_, false) && account_)
+        letGo();
 }
 
 template <class T>
@@ -197,34 +201,53 @@ void Host::cancel(int call)
 
 void Host::release()
 {
-    program_.main->runInside([&] { account_.reset(); });
+    program_.main->runInside([&] { letGo(); });
+}
+
+void Host::letGo()
+{
+    account_.reset();
     judge_.hostEnds(number_);
 }
 
+void Host::judgeNewsletter()
+{
+    using Status = tessera::Account::NewsletterStatus;
+    judge_.complainIf(account_ && account_->newsletterStatus() == Status::submitting &&
+                          !judge_.isRunning(number_, CallKind::newsletter),
+                      "the newsletter of host ", number_, " is being submitted by nobody");
+}
+
 /// What a subscriber has heard is the end of what the witness has heard, or a part of it once it
-/// has left.
+/// has left. Those who come after the handler that lets go of the account miss the last state.
 void Host::judgeSubscribers()
 {
     const auto& states = judge_.record(number_).states;
     if (states.size() == judgedStates_)
         return;
     judgedStates_ = states.size();
-    for (const auto& subscriber : subscribers_)
+    const auto isEndOf = [](const auto& heard, const auto& all, auto isSame)
     {
-        const auto& heard = subscriber.heard;
-        const bool isTail = heard.size() <= states.size() &&
-                            std::equal(heard.rbegin(), heard.rend(), states.rbegin());
-        judge_.complainIf(!isTail || heard.empty(),
+        return heard.size() <= std::ranges::size(all) &&
+               std::equal(heard.rbegin(), heard.rend(), std::ranges::rbegin(all), isSame);
+    };
+    const auto hasHeard = [&](const auto& heard, auto isSame)
+    {
+        return isEndOf(heard, states, isSame) ||
+               (isReleased() &&
+                isEndOf(heard, std::views::take(states, states.size() - 1), isSame));
+    };
+    for (const auto& subscriber : subscribers_)
+        judge_.complainIf(subscriber.heard.empty() || !hasHeard(subscriber.heard, std::equal_to()),
                           "a subscriber has not heard every state once and in order");
-    }
-    const bool sameTokens = std::ranges::equal(heardTokens_, states,
-                                               [](const auto& heard, const AccountState& state)
-                                               {
-                                                   const auto token = state.token();
-                                                   return heard.has_value() == token.has_value() &&
-                                                          (!token || *heard == token->view());
-                                               });
-    judge_.complainIf(!sameTokens, "a subscriber of the token has not heard every state");
+    const auto isTokenOf = [](const auto& heard, const AccountState& state)
+    {
+        const auto token = state.token();
+        return heard.has_value() == token.has_value() && (!token || *heard == token->view());
+    };
+    judge_.complainIf(heardTokens_.size() + (isReleased() ? 1 : 0) < states.size() ||
+                          !hasHeard(heardTokens_, isTokenOf),
+                      "a subscriber of the token has not heard every state");
     judge_.complainIf(account_ && !(account_->state() == states.back()),
                       "the last published state is not the state");
 }

@@ -6,6 +6,7 @@
 #include "tests/soak/Random.hpp"
 #include "tests/support/StepExecutor.hpp"
 
+#include <array>
 #include <functional>
 #include <list>
 #include <map>
@@ -52,14 +53,22 @@ public:
     /// Lets go of the account.
     void release();
 
-    /// At the next change of state, a handler makes this call.
+    /// When something is published next, a handler makes this call.
     void callFromHandler(CallKind kind, std::uint64_t seed) { fromHandler_ = {kind, seed}; }
-    void callNothingFromHandler() { fromHandler_.reset(); }
+    /// When something is published next, a handler lets go of the account.
+    void releaseFromHandler() { releasesFromHandler_ = true; }
+    void doNothingFromHandler()
+    {
+        fromHandler_.reset();
+        releasesFromHandler_ = false;
+    }
     /// At the next change of state, a handler subscribes another and leaves.
     void subscribeFromHandler() { joinsFromHandler_ = true; }
 
     /// Compares what each subscriber has heard.
     void judgeSubscribers();
+    /// Nothing waits to be run: the newsletter's status is not of a request that has ended.
+    void judgeNewsletter();
 
     /// The session is the one that is stored, or the reason is known. Whether there is one.
     bool judgeSession(const MemoryItemStore& stored);
@@ -75,7 +84,8 @@ private:
 
     void subscribe();
     void addSubscriber();
-    void changeFromHandler();
+    void actFromHandler();
+    void letGo();
     void callNow(CallKind kind, soak::Random& random);
     const Text* tokenToGive(soak::Random& random, int user);
     template <class T>
@@ -89,7 +99,8 @@ private:
     std::unique_ptr<tessera::Account> account_;
     std::map<int, platform::Task<void>> running_;
     platform::Subscription witness_;
-    platform::Subscription meddler_;
+    /// Of the state, the newsletter's status and the diagnostic.
+    std::array<platform::Subscription, 3> meddlers_;
     platform::Subscription tokens_;
     std::vector<std::optional<std::string>> heardTokens_;
     std::list<Subscriber> subscribers_;
@@ -97,6 +108,7 @@ private:
     /// With the seed of its choices.
     std::optional<std::pair<CallKind, std::uint64_t>> fromHandler_;
     bool joinsFromHandler_ = false;
+    bool releasesFromHandler_ = false;
 };
 
 }  // namespace simulation

@@ -140,6 +140,13 @@ int Judge::callBegins(int host, CallKind kind, const Text* given)
     return number;
 }
 
+bool Judge::isRunning(int host, CallKind kind) const
+{
+    return std::ranges::any_of(
+        calls_, [&](const CallRecord& one)
+        { return one.host == host && one.kind == kind && one.isAwaited && one.ends == 0; });
+}
+
 void Judge::callEnds(int number, bool succeeded, const std::string& how)
 {
     auto& ended = call(number);

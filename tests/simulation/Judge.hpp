@@ -137,6 +137,7 @@ public:
     void hostEnds(int host) { of(host).isReleased = true; }
     int callBegins(int host, CallKind kind, const Text* given);
     bool hasEnded(int number) { return call(number).ends > 0; }
+    bool isRunning(int host, CallKind kind) const;
     void callEnds(int call, bool succeeded, const std::string& how);
     void callIsAwaited(int number) { call(number).isAwaited = true; }
     void callCancelled(int number) { call(number).isCancelled = true; }

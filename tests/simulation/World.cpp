@@ -52,6 +52,7 @@ public:
         for (; result_.steps < steps && !judge_.complaint(); ++result_.steps)
         {
             step();
+            replaceReleased();
             judgeStep();
         }
         if (!judge_.complaint())
@@ -373,9 +374,23 @@ private:
 
     void renew(std::size_t program)
     {
-        trace_("host ", current_.at(program)->number(), " is released");
-        current_.at(program)->release();
+        auto& host = *current_.at(program);
+        if (random_.oneIn(3))
+        {
+            trace_("host ", host.number(), " will be released by a handler");
+            return host.releaseFromHandler();
+        }
+        trace_("host ", host.number(), " is released");
+        host.release();
         addHost(program);
+    }
+
+    /// A program whose handler has let go of its account makes another.
+    void replaceReleased()
+    {
+        for (std::size_t program = 0; program < current_.size(); ++program)
+            if (current_.at(program)->isReleased())
+                addHost(program);
     }
 
     void judgeStep()
@@ -385,7 +400,10 @@ private:
             return;
         judge_.settled(network_.open());
         for (const auto& host : hosts_)
+        {
             host->judgeSubscribers();
+            host->judgeNewsletter();
+        }
         if (network_.open().empty() && clock_.timers() == 0)
             judge_.atRest();
     }
@@ -418,7 +436,7 @@ private:
         for (auto* host : current_)
         {
             host->items().failNothing();
-            host->callNothingFromHandler();
+            host->doNothingFromHandler();
         }
         comeToRest();
         for (auto* host : current_)

@@ -126,6 +126,29 @@ TEST_F(Races, AHandlerLetsGoOfTheAccount)
     }
 }
 
+TEST_F(Races, AHandlerOfTheDiagnosticLetsGoOfTheAccount)
+{
+    host.signInAs("anna");
+    const auto call = host.signIn();
+    host.answer("/auth", 200, host.token("bert"));
+    host.onMainDo(
+        [&]
+        {
+            subscription = host.account->diagnosticPublisher().subscribe(
+                [&](const auto& noticed)
+                {
+                    if (noticed)
+                        host.account.reset();
+                });
+        });
+    machine.items->fail(platform::KeychainStatus::notAvailable);
+    host.answer("/account", 200, host.info("anna"));
+    EXPECT_EQ(host.account, nullptr);
+    EXPECT_EQ(call->error(), "CancellationError");
+    EXPECT_THAT(host.published, testing::IsEmpty());
+    EXPECT_THAT(host.takeRequests(), testing::Contains("DELETE /auth*"));
+}
+
 TEST_F(Races, AHandlerOfASessionWithoutInformationSignsInInVain)
 {
     bool signsIn = true;
@@ -307,6 +330,34 @@ TEST_F(Races, TheNewsletterOfAnotherUserBeginsIdleBeforeHerInformationIsThere)
     host.activate();
     machine.advance(1);
     EXPECT_EQ(host.state(), "pending:bert");
+    EXPECT_EQ(host.account->newsletterStatus(), Newsletter::idle);
+}
+
+TEST_F(Races, ANewsletterIsNotBeingSubmittedByNobody)
+{
+    // Signed in again elsewhere, while the call's end is still under way.
+    host.signInAs("anna");
+    requestNewsletter();
+    machine.settle();
+    host.store("Token", host.token("anna", "s2"));
+    host.store("Info", "damaged");
+    host.activate();
+    machine.advance(1);
+    EXPECT_EQ(host.state(), "pending:anna");
+    EXPECT_EQ(host.account->newsletterStatus(), Newsletter::idle);
+
+    // Named by the information, whose handler begins something else.
+    requestNewsletter();
+    machine.settle();
+    EXPECT_EQ(host.account->newsletterStatus(), Newsletter::submitting);
+    onState(
+        [&](const AccountState& state)
+        {
+            if (state.get<AccountProfile>())
+                host.account->authenticate(SecretString("bad"));
+        });
+    host.answer("/account", 200, host.info("anna"));
+    EXPECT_EQ(host.state(), "signedIn:anna/remote");
     EXPECT_EQ(host.account->newsletterStatus(), Newsletter::idle);
 }
 
