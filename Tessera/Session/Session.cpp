@@ -294,12 +294,13 @@ void Account::Session::endSession(Generation generation, AccountTransitionCause 
     // Before anybody hears of this, so that a sign-in by whoever does finds it to interrupt.
     if (left == Left::anothers)
         lookForTokenChange(1);
+    const auto orders = machine.signedOut(cause);
     clearDiagnostic();
     if (left == Left::unremoved || left == Left::unreadable)
         report(AccountDiagnosticCode::sessionNotRemoved,
                std::make_exception_ptr(AccountError(AccountError::keychainAccess)));
     if (!released_)
-        carryOut(machine.signedOut(cause));
+        carryOut(orders);
     if (end.onlyOf)
         endOnServer(*end.onlyOf);
     else if (end.onServer && token)

@@ -39,6 +39,12 @@ struct Races : testing::Test
     {
         return host.start<void>(host.onMain([&] { return host.account->requestNewsletter(); }));
     }
+    void onDiagnostic(std::function<void(const std::optional<AccountDiagnostic>&)> handler)
+    {
+        host.onMainDo(
+            [&]
+            { subscription = host.account->diagnosticPublisher().subscribe(std::move(handler)); });
+    }
     void removeToken()
     {
         valet::Valet::iCloudSharedGroupValetWithExplicitlySet(
@@ -131,15 +137,11 @@ TEST_F(Races, AHandlerOfTheDiagnosticLetsGoOfTheAccount)
     host.signInAs("anna");
     const auto call = host.signIn();
     host.answer("/auth", 200, host.token("bert"));
-    host.onMainDo(
-        [&]
+    onDiagnostic(
+        [&](const auto& noticed)
         {
-            subscription = host.account->diagnosticPublisher().subscribe(
-                [&](const auto& noticed)
-                {
-                    if (noticed)
-                        host.account.reset();
-                });
+            if (noticed)
+                host.account.reset();
         });
     machine.items->fail(platform::KeychainStatus::notAvailable);
     host.answer("/account", 200, host.info("anna"));
@@ -147,6 +149,28 @@ TEST_F(Races, AHandlerOfTheDiagnosticLetsGoOfTheAccount)
     EXPECT_EQ(call->error(), "CancellationError");
     EXPECT_THAT(host.published, testing::IsEmpty());
     EXPECT_THAT(host.takeRequests(), testing::Contains("DELETE /auth*"));
+}
+
+TEST_F(Races, AHandlerOfTheDiagnosticLaunchesDuringASignOut)
+{
+    host.store("Token", "damaged");
+    host.launch();
+    host.activate();
+    ASSERT_EQ(host.state(), "failed");
+    onDiagnostic(
+        [&](const auto& noticed)
+        {
+            if (noticed)
+                return;
+            host.account->applicationWillFinishLaunching();
+            host.store("Token", "damaged by another program");
+        });
+    host.signOut();
+    machine.settle();
+    EXPECT_EQ(host.state(), "signedOut");
+    host.activate();
+    machine.advance(1);
+    EXPECT_EQ(host.state(), "failed") << "a token that cannot be read is no missing token";
 }
 
 TEST_F(Races, AHandlerOfASessionWithoutInformationSignsInInVain)
