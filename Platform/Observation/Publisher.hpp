@@ -15,7 +15,8 @@ namespace platform
 /// It is a value that may be copied and kept; it does not keep the publishing object alive, and
 /// falls silent with it. It belongs to the thread of that object, and so do the handlers' calls. A
 /// handler may change what it observes, subscribe and unsubscribe; it must not throw, which stops
-/// the process.
+/// the process. While one runs an event loop of its own, for a modal dialog, no subscriber of the
+/// same value hears anything newer: a handler posts the dialog, and returns.
 template <class T>
 class Publisher
 {

@@ -57,9 +57,14 @@ struct Services
     /// Asks the user before protected items are released. There is none until the host names it.
     std::shared_ptr<Authenticator> authenticator;
 
-    /// Asks the user for the passphrase of the embedded keychain, where one is set: with
-    /// `tessera keychain passphrase`, for example. Nothing means that none is given. Called inside
-    /// a store's operation, so that it must not use a store.
+    /// Gives the passphrase of the embedded keychain, where one is set: with `tessera keychain
+    /// passphrase set`, for example. Nothing means that the user gives none: the keychain cannot be
+    /// used, and the next operation asks again. When the first key is made, an answer becomes its
+    /// passphrase, and nothing leaves it plain.
+    ///
+    /// Called inside a store's operation, on whichever thread that is, so that it must not use a
+    /// store. Other threads wait meanwhile, the main thread too when it signs an account out or
+    /// destroys it: this must not wait for the main thread.
     std::function<std::optional<SecretString>()> passphrase;
 
     /// Where programs of the user tell each other that something changed. It touches nothing on

@@ -19,7 +19,8 @@ struct AccountClient
     std::string localizedKeychainIdentifier = {};
     std::string localizedShortName = {};
     std::string imageName = {};
-    /// The application's version: "7.2".
+    /// The application's version: "7.2". Must not be empty, since the server refuses a user agent
+    /// without one.
     std::string version = {};
     AccountReleaseChannel releaseChannel = AccountReleaseChannel::public_;
     AccountDevice device;

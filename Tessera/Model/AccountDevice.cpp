@@ -1,5 +1,6 @@
 #include "Tessera/Model/AccountDevice.hpp"
 
+#include "Platform/Basics/Fatal.hpp"
 #include "Platform/Services/Services.hpp"
 
 #include <algorithm>
@@ -27,6 +28,9 @@ std::string cleaned(std::string text)
 AccountDevice AccountDevice::current()
 {
     const auto device = platform::services().device;
+    if (!device)
+        platform::fatal(
+            "Tessera/AccountDevice: a service is missing, begin with platform::systemServices()");
     AccountDevice current{cleaned(device->model()), cleaned(device->systemVersion())};
     if (current.model.empty())
         current.model = "Linux";

@@ -29,15 +29,17 @@ namespace tessera
 /// Thread: the main thread (`platform::Services::mainActor`, which the host must name) makes it,
 /// calls its members, hears its publishers and destroys it; an operation that is called from
 /// elsewhere stops the process. The awaitables that it returns may be awaited on any executor. No
-/// member waits for the network. `signOut`, and what ends like it (`deauthenticate`,
-/// `deleteAccount`, a sign-in that got another user's information), removes the session from the
-/// keychain on the main thread.
+/// member waits for the network. `signOut` removes the session from the keychain on the main
+/// thread. So does the account by itself, when the server has confirmed a deletion, when a sign-in
+/// got another user's information, and in the turn after `deauthenticate`; all this waits as
+/// `signOut` says.
 ///
 /// Ownership: the host holds it. When it is destroyed its work ends: calls under way throw
 /// `CancellationError`, nothing is published or sent any more. What had begun is brought to its end
 /// before the destructor returns, which may wait for the disk: a token that is just being written
 /// is announced, a `deauthenticate` is carried out. The server's half of a sign-out that had begun
-/// goes on by itself.
+/// goes on by itself, and so do `history` and `serverSignOutEnded`. Calls end in turns of the main
+/// thread's loop: one that another thread awaits never ends if the loop turns no more after this.
 ///
 /// Errors: an operation throws what it names, what `AccountService` throws, and
 /// `platform::CancellationError` when its caller is cancelled, and when a sign-in, a sign-out or
@@ -91,16 +93,22 @@ public:
     void applicationWillFinishLaunching();
 
     /// To be called whenever the host comes to the front: refreshes what is an hour old or has
-    /// failed, and looks whether another program has changed the session.
+    /// failed, and looks whether another program has changed the session. The first call of a run
+    /// is what loads the account information of a restored session.
     void applicationDidBecomeActive();
 
     /// Has a one-time code mailed. The state is not touched.
     platform::Awaitable<void> requestOneTimeCode(platform::SecretString email);
 
     /// Exchanges the mailed code for a session, and returns the state reached: `signedIn`, or
-    /// `pending` when the account information could not be loaded after five attempts (15 seconds),
-    /// which is then tried again in the background. On behalf of an account without an e-mail
-    /// address, the address is attached to that account.
+    /// `pending` when the account information could not be loaded after five attempts, which is
+    /// then tried again in the background. The waits between them are 15 seconds in all, and each
+    /// request may take up to its timeout (60 seconds) in addition; meanwhile `refresh` waits, and
+    /// so does the sign-out after a `deleteAccount`.
+    ///
+    /// On behalf of an account without an e-mail address, the address is attached to that account.
+    /// Every other session is replaced at once, in all programs, and is not ended on the server: a
+    /// host that wants it ended calls `signOut` first.
     ///
     /// Throws `JWTError` and `platform::DecodingError` for a token that is not the server's,
     /// `AccountError::keychainAccess` when it could not be stored. The state is then as before. A
@@ -109,9 +117,14 @@ public:
                                              platform::SecretString oneTimeCode);
 
     /// Signs out at once, here and in all programs of the user; the server is told in the
-    /// background. Waits for a read and two removals in the keychain, and longer (5 seconds at most
-    /// for each) only behind another holder of the store. Cannot fail; what the keychain did not
-    /// let go is in the `diagnostic`.
+    /// background. Cannot fail; what the keychain did not let go is in the `diagnostic`.
+    ///
+    /// Waits for a read and two removals in the keychain, and for what the storage thread has begun
+    /// there: 5 seconds at most for each where another program holds the store. It waits longer, 60
+    /// seconds or more, while another thread's read of a protected item waits for the user, who
+    /// cannot answer if the question needs the main thread. So a host reads no such item on another
+    /// thread while it signs in or out, deletes the account, or destroys this. Of the keychain's
+    /// passphrase, see `platform::Services::passphrase`.
     void signOut();
 
     /// Waits until the server has answered the sign-outs so far, or will not, for programs that end
@@ -120,7 +133,8 @@ public:
     platform::Awaitable<bool> serverSignOutEnded() const;
 
     /// Deletes the account on the server, and then signs out. Throws
-    /// `AccountError::accountRequired` without a session.
+    /// `AccountError::accountRequired` without a session. When it ends with `CancellationError`, or
+    /// with a connection that was lost or too slow, the account may have been deleted all the same.
     platform::Awaitable<void> deleteAccount();
 
     /// Loads the account information anew; with `force` also when the last is less than an hour

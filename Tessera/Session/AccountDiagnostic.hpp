@@ -37,8 +37,8 @@ BOOST_DESCRIBE_ENUM(AccountDiagnosticCode, keychainUnreadable, storedTokenUnusab
 struct AccountDiagnostic
 {
     AccountDiagnosticCode code{};
-    /// The sentence for the user, of the error behind it. It may hold a text of the server, so it
-    /// belongs on the screen and not in a log.
+    /// The sentence for the user, of the error behind it; empty for `changeNotAnnounced`. It may
+    /// hold a text of the server, so it belongs on the screen and not in a log.
     std::string message;
 
     bool operator==(const AccountDiagnostic&) const = default;

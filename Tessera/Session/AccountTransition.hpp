@@ -36,7 +36,8 @@ enum class AccountTransitionCause
     otherUsersInfo,
     refreshed,
     refreshFailed,
-    /// The server refused the token in a refresh.
+    /// The server refused the token in a refresh. Recorded also where no state was assigned, since
+    /// the last good information stays.
     refreshRefused,
     /// The host called `signOut`.
     signedOut,

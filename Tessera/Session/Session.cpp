@@ -2,6 +2,7 @@
 
 #include "Platform/Basics/Fatal.hpp"
 #include "Tessera/Model/AccountError.hpp"
+#include "Tessera/Tokens/LocalizedText.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -21,10 +22,11 @@ void requireComplete(const platform::Services& services)
     if (!services.mainActor)
         platform::fatal(
             "Tessera/Account: name the main thread in platform::Services::mainActor first");
-    if (!services.clock || !services.urlSession || !services.keychain || !services.background ||
-        !services.storage)
+    if (!services.clock || !services.urlSession || !services.keychain || !services.device ||
+        !services.background || !services.storage)
         platform::fatal(
             "Tessera/Account: a service is missing, begin with platform::systemServices()");
+    requireLocalizedTexts();
 }
 
 platform::Services withoutMainActor(platform::Services services)
@@ -120,6 +122,8 @@ void Account::Session::release()
     {
         store_->signOut(*generation);
         orderAnnouncement();
+        machine.signedOut(AccountTransitionCause::deauthenticated);
+        record(AccountTransitionCause::deauthenticated);
     }
     released_ = true;
     machine.released();
@@ -154,6 +158,16 @@ void Account::Session::requireStanding(Belongs belongs, Generation generation) c
         throw platform::CancellationError();
 }
 
+/// Calls that are made one after the other may reach the main actor in another order.
+bool Account::Session::mayBegin(const Made& made) const
+{
+    if (isCurrent(made.generation))
+        return true;
+    const auto& before = latestSignIn_;
+    return isCurrent(before.begun) && before.made.generation == made.generation &&
+           before.made.number < made.number;
+}
+
 /// Ends what belongs to older generations. The look for a changed token is not among it: it may be
 /// what has begun this one.
 void Account::Session::generationBegins()
@@ -185,6 +199,8 @@ void Account::Session::carryOut(const SessionOrders& orders)
 void Account::Session::publish(AccountTransitionCause cause)
 {
     record(cause);
+    if (machine.state().token() != deleted_)
+        deleted_.reset();
     using Change = NewsletterUser::Change;
     const auto change = newsletterUser_.changeWith(machine.state());
     const int user = newsletterUser_.number();
@@ -216,7 +232,7 @@ void Account::Session::clearDiagnostic()
 
 void Account::Session::report(AccountDiagnosticCode code, const std::exception_ptr& error)
 {
-    report(AccountDiagnostic{code, platform::describe(error)});
+    report(AccountDiagnostic{code, detail::sentenceFor(error)});
 }
 
 void Account::Session::handOff(std::optional<SecretString> token)

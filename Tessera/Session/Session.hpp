@@ -12,6 +12,7 @@
 #include "Tessera/Session/TokenAnnouncement.hpp"
 #include "Tessera/Tokens/JWTDecoder.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <list>
 
@@ -120,10 +121,17 @@ private:
     /// Keeps a call listed until it ends.
     class Listed;
 
+    /// When a call was made.
+    struct Made
+    {
+        Generation generation;
+        /// Of all calls, in their order.
+        std::uint64_t number;
+    };
     template <class T>
-    static Awaitable<T> carriedOver(Self self, Belongs belongs, Generation captured, Work<T> work);
+    static Awaitable<T> carriedOver(Self self, Belongs belongs, Made made, Work<T> work);
     template <class T>
-    static Awaitable<T> onMain(Self self, Belongs belongs, Generation captured, Work<T> work);
+    static Awaitable<T> onMain(Self self, Belongs belongs, Made made, Work<T> work);
     template <class T>
     static Awaitable<T> turn(Self self, Belongs belongs, Generation generation, Work<T> work);
 
@@ -137,6 +145,8 @@ private:
     void requireCurrent(Generation generation) const;
     /// The same for calls; those that belong to nobody end with the account.
     void requireStanding(Belongs belongs, Generation generation) const;
+    /// Whether a sign-in that was called then comes after all that has begun since.
+    bool mayBegin(const Made& made) const;
     platform::Date now() const { return services.clock->now(); }
 
     /// The token of the state. Throws `accountRequired`.
@@ -184,7 +194,7 @@ private:
                                                    AccountTokenJWT token);
     Generation signInBegins();
     void signInEnds();
-    void storedTooLate(const platform::SecretString& token);
+    void storedTooLate(Generation begun, const platform::SecretString& token);
     void endOnServer(const platform::SecretString& token);
 
     // ---- SessionRefresh.cpp
@@ -217,6 +227,7 @@ private:
 
     /// Waits while a sign-in is under way, however it ends.
     static Awaitable<void> signInEnded(Self self);
+    void endDeleted();
     static Awaitable<void> sendNewsletter(Self self, Generation generation,
                                           platform::SecretString token);
 
@@ -226,6 +237,8 @@ private:
     void lookForTokenChange(int reads);
     static Awaitable<void> pollToken(Self self, int reads);
     static Awaitable<Stored> readToken(Self self);
+    static Awaitable<void> pauseWhile(std::shared_ptr<platform::Clock> clock,
+                                      std::weak_ptr<const void> reading);
     static Awaitable<void> removeLeftBehind(Self self, Generation generation);
     /// Whether there was anything to follow.
     bool follow(Stored token, bool announced);
@@ -248,11 +261,19 @@ private:
     TaskSlot refreshTask;
     TaskSlot restoreTask_;
     TaskSlot afterConsentTask_;
-    /// Open for a tenth of a second after each read that an announcement has caused.
+    /// Open for a tenth of a second after the begin of each read that an announcement has caused,
+    /// and until its end.
     TaskSlot tokenReadPause_;
     std::optional<platform::Task<AccountState>> signInTask_;
     std::vector<platform::Task<void>> serverSignOuts_;
     std::list<Call> calls_;
+    std::uint64_t callsMade_ = 0;
+    /// The sign-in that has begun last, and its generation.
+    struct
+    {
+        Made made{};
+        Generation begun = 0;
+    } latestSignIn_;
 
     /// What a sign-in has interrupted, to be taken up again if it adopts no token.
     struct Interrupted
@@ -265,6 +286,8 @@ private:
     };
     Interrupted interrupted_;
 
+    /// The token of the state, if the server has deleted its account: it ends as soon as it may.
+    std::optional<platform::SecretString> deleted_;
     /// A `deauthenticate` that has begun, and not yet ended the session.
     std::optional<Generation> deauthenticating_;
     NewsletterUser newsletterUser_;

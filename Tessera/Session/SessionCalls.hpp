@@ -34,6 +34,10 @@ bool isCancellation(const std::exception_ptr& error);
 bool isRefusal(const std::exception_ptr& error);
 bool isKeychainError(const std::exception_ptr& error);
 
+/// What to tell the user of it; for a page that somebody else sent instead of an answer, a sentence
+/// of our own.
+std::string sentenceFor(const std::exception_ptr& error);
+
 /// The waits of a session's retries: 1, 2, 4, ... seconds.
 ExponentialBackoffIterator retryDelays();
 
@@ -56,14 +60,15 @@ template <class T>
 platform::Awaitable<T> Account::Session::operation(Belongs belongs, Work<T> work)
 {
     requireMain();
-    return carriedOver<T>(shared_from_this(), belongs, machine.generation(), std::move(work));
+    const Made made{machine.generation(), ++callsMade_};
+    return carriedOver<T>(shared_from_this(), belongs, made, std::move(work));
 }
 
 template <class T>
-platform::Awaitable<T> Account::Session::carriedOver(Self self, Belongs belongs,
-                                                     Generation captured, Work<T> work)
+platform::Awaitable<T> Account::Session::carriedOver(Self self, Belongs belongs, Made made,
+                                                     Work<T> work)
 {
-    auto there = onMain<T>(self, belongs, captured, std::move(work));
+    auto there = onMain<T>(self, belongs, made, std::move(work));
     auto wait = platform::runOn<T>(self->main_, std::move(there));
     co_return co_await std::move(wait);
 }
@@ -82,16 +87,20 @@ platform::Awaitable<T> Account::Session::turn(Self self, Belongs belongs, Genera
 }
 
 template <class T>
-platform::Awaitable<T> Account::Session::onMain(Self self, Belongs belongs, Generation captured,
-                                                Work<T> work)
+platform::Awaitable<T> Account::Session::onMain(Self self, Belongs belongs, Made made, Work<T> work)
 {
+    auto captured = made.generation;
     // Whoever hears of its end may begin something newer than this.
     if (belongs == Belongs::beginsOne)
         self->finishDeauthentication();
-    self->requireStanding(belongs, captured);
+    if (belongs != Belongs::beginsOne || !self->mayBegin(made))
+        self->requireStanding(belongs, captured);
     co_await platform::checkCancellation();
     if (belongs == Belongs::beginsOne)
+    {
         captured = self->signInBegins();
+        self->latestSignIn_ = {made, captured};
+    }
 
     auto steps = turn<T>(self, belongs, captured, std::move(work));
     // Around the turn: a sign-in that has begun must end, even if its work never begins.

@@ -1,3 +1,4 @@
+#include "NetTasks/ResponseCheck.hpp"
 #include "Platform/Concurrency/CancellationError.hpp"
 #include "Tessera/API/AccountRemoteError.hpp"
 #include "Tessera/Model/AccountError.hpp"
@@ -43,6 +44,14 @@ bool isKeychainError(const std::exception_ptr& error)
 {
     return matches<AccountError>(error, [](const AccountError& known)
                                  { return known.errorCase() == AccountError::keychainAccess; });
+}
+
+std::string sentenceFor(const std::exception_ptr& error)
+{
+    using nettasks::AsyncURLSessionDataTaskDecodingError;
+    const bool isPage =
+        matches<AsyncURLSessionDataTaskDecodingError>(error, [](const auto&) { return true; });
+    return isPage ? errorSentence("Malformed_Token_Error") : platform::describe(error);
 }
 
 ExponentialBackoffIterator retryDelays()

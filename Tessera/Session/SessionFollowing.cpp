@@ -90,8 +90,9 @@ bool Account::Session::follow(Stored token, bool announced)
     return found != SessionMachine::StoredToken::known;
 }
 
-/// At most ten reads a second, however many announcements there are. The pause is that between two
-/// reads, not one after the last announcement, so that none waits for the end of a flood.
+/// At most ten reads a second, however many announcements there are, and one at a time, however
+/// slow the store is. The pause is that between two reads, not one after the last announcement, so
+/// that none waits for the end of a flood.
 platform::Awaitable<Account::Session::Stored> Account::Session::readToken(Self self)
 {
     while (self->tokenReadPause_.isRunning())
@@ -99,10 +100,23 @@ platform::Awaitable<Account::Session::Stored> Account::Session::readToken(Self s
         auto end = self->tokenReadPause_.end();
         co_await std::move(end);
     }
-    self->tokenReadPause_.start(self->main_, self->services.clock->sleep(tokenReadPause));
+    const auto underWay = std::make_shared<char>();
+    self->tokenReadPause_.start(self->main_, pauseWhile(self->services.clock, underWay));
     std::function<Stored(SessionStore&)> read = [](SessionStore& store) { return store.token(); };
+    // Awaited here and in no task of its own: what was read before a sign-in has written its token
+    // must be known before that is.
     auto reading = self->onStorage<Stored>(std::move(read));
     co_return co_await std::move(reading);
+}
+
+platform::Awaitable<void> Account::Session::pauseWhile(std::shared_ptr<platform::Clock> clock,
+                                                       std::weak_ptr<const void> reading)
+{
+    do
+    {
+        auto pause = clock->sleep(tokenReadPause);
+        co_await std::move(pause);
+    } while (!reading.expired());
 }
 
 /// The information goes with the session; the token is the other program's affair. Published at

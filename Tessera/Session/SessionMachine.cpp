@@ -165,7 +165,8 @@ Generation SessionMachine::signOutBegins(platform::Date now)
 {
     refreshStatus_ = Status::completed(now);
     signingIn_ = false;
-    return ++generation_;
+    lastSignOut_ = ++generation_;
+    return generation_;
 }
 
 SessionOrders SessionMachine::signedOut(AccountTransitionCause cause)
@@ -201,6 +202,16 @@ void SessionMachine::tokenLeftBehind(std::optional<platform::SecretBytes> token)
         known_->leftBehind = true;
 }
 
+void SessionMachine::tokenStoredTooLate(Generation begun, platform::SecretBytes token)
+{
+    // A sign-out since has found it, and has removed it if it could.
+    const bool wasSignedOut = begun < lastSignOut_;
+    if (wasSignedOut && (!known_ || known_->leftBehind))
+        tokenLeftBehind(std::move(token));
+    else if (!wasSignedOut && signingIn_)
+        tokenKnown(std::move(token));
+}
+
 bool SessionMachine::storedTokenIsUnpublished() const
 {
     if (!known_ || !known_->token || known_->leftBehind)
@@ -221,7 +232,7 @@ SessionMachine::StoredToken SessionMachine::tokenRead(
         !token && !signingIn_ && state_.get<AccountState::SignedOut>() != nullptr;
     if (nothingToLose)
         tokenKnown(std::nullopt);
-    else if (!known_ && signingIn_)
+    else if (!known_ && signingIn_ && (restoresFirst() || announced))
         tokenKnown(token);
     else if (!known_ && !restoresFirst() && !announced)
         tokenLeftBehind(token);

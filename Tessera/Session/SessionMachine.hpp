@@ -121,6 +121,8 @@ public:
     /// A sign-out could not remove it: it is known, and it is no session. Nothing: it could not be
     /// read either, so it is taken for the one that was known.
     void tokenLeftBehind(std::optional<platform::SecretBytes> token);
+    /// A sign-in of this generation has stored it, and something newer has begun meanwhile.
+    void tokenStoredTooLate(Generation begun, platform::SecretBytes token);
 
     /// Whether this account has stored a session that its state does not show.
     bool storedTokenIsUnpublished() const;
@@ -156,6 +158,7 @@ private:
     AccountRefreshStatus beforeRefresh_ = AccountRefreshStatus::pending();
     std::optional<KnownToken> known_;
     Generation generation_ = 0;
+    Generation lastSignOut_ = 0;
     bool signingIn_ = false;
 };
 

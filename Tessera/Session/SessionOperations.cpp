@@ -29,17 +29,27 @@ platform::Awaitable<void> Account::Session::deleteAccount()
         const auto token = self->requiredToken();
         auto call = self->service.deleteAccount(token);
         co_await std::move(call);
-        self->requireCurrent(generation);
-        // A sign-in that is under way goes on; it may have another session to show for it.
-        auto signInEnd = signInEnded(self);
-        co_await std::move(signInEnd);
-        self->requireCurrent(generation);
+        // What the server has confirmed counts, whatever has begun here since.
+        self->requireStanding(Belongs::toNobody, generation);
+        const bool wasCurrent = self->isCurrent(generation);
         if (self->machine.state().token() == token)
-            self->signOutOf(token, AccountTransitionCause::deleted);
+            self->deleted_ = token;
+        self->endDeleted();
+        if (!wasCurrent)
+            throw platform::CancellationError();
     };
     const auto self = shared_from_this();
     Work<void> work = [self, steps](Generation generation) { return steps(self, generation); };
     return operation<void>(Belongs::toSession, std::move(work));
+}
+
+/// A sign-in that is under way goes on first; it may have another session to show for it.
+void Account::Session::endDeleted()
+{
+    if (!deleted_ || machine.signingIn())
+        return;
+    const auto token = *std::exchange(deleted_, std::nullopt);
+    signOutOf(token, AccountTransitionCause::deleted);
 }
 
 platform::Awaitable<void> Account::Session::consentToTerms(std::string revision,

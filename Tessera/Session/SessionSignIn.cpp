@@ -29,6 +29,10 @@ void Account::Session::signInEnds()
     machine.signInEnds();
     signInTask_.reset();
     const auto interrupted = std::exchange(interrupted_, {});
+    const auto generation = machine.generation();
+    endDeleted();
+    if (!isCurrent(generation))
+        return;
     if (interrupted.restore)
         launch();
     // A sign-in before this one may have stored its token and then been superseded.
@@ -118,7 +122,7 @@ platform::Awaitable<void> Account::Session::keepToken(Self self, Generation gene
         co_return;
     }
     if (stored && !self->released_)
-        self->storedTooLate(text);
+        self->storedTooLate(generation, text);
     if (!stored && fromServer && !self->released_)
         self->endOnServer(text);
     self->requireCurrent(generation);
@@ -128,12 +132,11 @@ platform::Awaitable<void> Account::Session::keepToken(Self self, Generation gene
 }
 
 /// What is stored counts: it is taken up unless the sign-in that came between stores another.
-void Account::Session::storedTooLate(const SecretString& token)
+void Account::Session::storedTooLate(Generation begun, const SecretString& token)
 {
-    if (machine.signingIn())
-        machine.tokenKnown(platform::SecretBytes(token.bytes()));
-    else
-        // One that runs may have read before this was written.
+    machine.tokenStoredTooLate(begun, platform::SecretBytes(token.bytes()));
+    // One that runs may have read before this was written.
+    if (!machine.signingIn())
         lookForTokenChange(4);
 }
 

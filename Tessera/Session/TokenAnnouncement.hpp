@@ -23,9 +23,10 @@ public:
         : participant_(std::move(participant))
     {}
 
+    /// Waits for no write.
     void order(std::string moment)
     {
-        const std::lock_guard lock(mutex_);
+        const std::lock_guard lock(orderMutex_);
         ordered_ = std::move(moment);
     }
 
@@ -33,9 +34,10 @@ public:
     bool carryOut()
     {
         const std::lock_guard lock(mutex_);
-        if (ordered_.empty() || !participant_)
+        const auto moment = takeOrder();
+        if (moment.empty() || !participant_)
             return true;
-        participant_->setString(std::exchange(ordered_, {}), key);
+        participant_->setString(moment, key);
         return participant_->synchronize();
     }
 
@@ -49,8 +51,15 @@ public:
     }
 
 private:
+    std::string takeOrder()
+    {
+        const std::lock_guard lock(orderMutex_);
+        return std::exchange(ordered_, {});
+    }
+
     std::mutex mutex_;
     std::unique_ptr<platform::UbiquitousKeyValueStore::Participant> participant_;
+    std::mutex orderMutex_;
     std::string ordered_;
 };
 

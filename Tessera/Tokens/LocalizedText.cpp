@@ -11,6 +11,19 @@ namespace tessera
 namespace
 {
 
+constexpr auto identifier = "net.ostra.Tessera";
+
+[[noreturn]] void stopWithoutBundle(const std::vector<std::filesystem::path>& folders)
+{
+    std::string looked;
+    for (const auto& folder : folders)
+        looked += (looked.empty() ? "" : ", ") + (folder / identifier).string();
+    platform::fatal(
+        "Unable to find bundle Tessera. Looked for: " + (looked.empty() ? "nothing" : looked) +
+        ". Install share/tessera with the program, or name its folder in "
+        "platform::Services::resourceFolders");
+}
+
 /// The framework's bundle, found again only when the services name other folders.
 std::shared_ptr<const platform::ResourceBundle> frameworkBundle(
     const std::vector<std::filesystem::path>& folders)
@@ -25,15 +38,20 @@ std::shared_ptr<const platform::ResourceBundle> frameworkBundle(
     const std::lock_guard lock(found.mutex);
     if (!found.bundle || found.folders != folders)
     {
-        found.bundle = platform::ResourceBundle::find("net.ostra.Tessera", folders);
+        found.bundle = platform::ResourceBundle::find(identifier, folders);
         found.folders = folders;
     }
     if (!found.bundle)
-        platform::fatal("Unable to find bundle Tessera");
+        stopWithoutBundle(folders);
     return found.bundle;
 }
 
 }  // namespace
+
+void requireLocalizedTexts()
+{
+    frameworkBundle(platform::services().resourceFolders);
+}
 
 std::string localizedText(std::string_view key)
 {

@@ -11,4 +11,7 @@ namespace tessera
 /// without its resources.
 std::string localizedText(std::string_view key);
 
+/// The same stop, before a text is needed: whoever tests only what succeeds would not see it.
+void requireLocalizedTexts();
+
 }  // namespace tessera

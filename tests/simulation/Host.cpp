@@ -206,6 +206,7 @@ void Host::release()
 
 void Host::letGo()
 {
+    judge_.hostIsReleased(number_);
     account_.reset();
     judge_.hostEnds(number_);
 }

@@ -48,6 +48,7 @@ struct ItemCall
     platform::KeychainStatus status = platform::KeychainStatus::success;
     /// What was read, written or there before it was removed.
     std::string text;
+    bool isOnMain = false;
 };
 
 /// The way of one host's account to the items that all share. It reports each call, and refuses the

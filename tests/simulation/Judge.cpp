@@ -275,6 +275,9 @@ void Judge::itemCalled(const ItemCall& made)
     const bool isWrite = made.kind == ItemCall::Kind::write;
     // A read that was on its way has no effect.
     complainIf(host.isReleased && !isRead, "a released account ", verb, " an item");
+    // Nothing else may keep the main thread waiting for the disk.
+    const bool isEnding = host.owedSignedOut + host.possibleSignedOut > 0 || host.isBeingReleased;
+    complainIf(made.isOnMain && !isEnding, "an item is used on the main thread");
     if (made.item == Item::token && isRead)
         tokenRead(host, made);
     else if (made.item == Item::token && isWrite)
@@ -336,6 +339,8 @@ void Judge::tokenWritten(HostRecord& host, const ItemCall& made, const Text* tex
         lastTokenChanger_ = made.host;
         storedToken_ = text;
         host.known = text;
+        for (auto& entry : hosts_)
+            entry.second.leftBehind = nullptr;
         ++host.tokenChanges;
         if (isLatest)
             call(host.latestChange).written = true;
@@ -362,7 +367,10 @@ void Judge::tokenRemoved(HostRecord& host, const ItemCall& made)
         host.known = nullptr;
     }
     else
+    {
         host.removalFailed = true;
+        host.leftBehind = storedToken_;
+    }
 }
 
 void Judge::infoWritten(const HostRecord& host, const Text* text)
@@ -422,6 +430,8 @@ void Judge::judgeToken(HostRecord& host, const Text* before)
     const bool isFollowed = host.readSinceChange.contains(token);
     complainIf(token != before && !isAdopted && !isFollowed, "the session ", nameOf(token),
                " is published after it was superseded");
+    complainIf(token != before && token == host.leftBehind, "the session ", nameOf(token),
+               " was signed out, and has come back");
     if (change && change->kind == CallKind::authenticate && isAdopted)
         host.latestHasEnded = true;
 }

@@ -62,6 +62,7 @@ struct HostRecord
 {
     int client = 0;
     bool isReleased = false;
+    bool isBeingReleased = false;
     /// How often the host has begun or ended a session, and the latest call that did.
     int changes = 0;
     int latestChange = -1;
@@ -77,6 +78,8 @@ struct HostRecord
     std::set<const Text*> readSinceChange;
     bool readNothingSinceChange = false;
     bool removalFailed = false;
+    /// What a sign-out could not remove, while nobody has told of anything newer.
+    const Text* leftBehind = nullptr;
     /// The stored information may be anybody's, for a reason.
     bool isInfoExcused = false;
 
@@ -134,7 +137,10 @@ public:
     void setTime(std::uint64_t now) { now_ = now; }
 
     void hostBegins(int host, int client) { hosts_[host].client = client; }
+    void hostIsReleased(int host) { of(host).isBeingReleased = true; }
     void hostEnds(int host) { of(host).isReleased = true; }
+    /// It hears of a change.
+    void hostIsTold(int host) { of(host).leftBehind = nullptr; }
     int callBegins(int host, CallKind kind, const Text* given);
     bool hasEnded(int number) { return call(number).ends > 0; }
     bool isRunning(int host, CallKind kind) const;

@@ -136,8 +136,13 @@ private:
             std::ranges::count_if(hosts_, [&](const auto& host)
                                   { return host->program().client == static_cast<int>(program); });
         const auto number = static_cast<int>(before) * clientCount + static_cast<int>(program);
-        auto items = std::make_shared<WatchedItems>(
-            items_, number, [this](const ItemCall& call) { judge_.itemCalled(call); });
+        auto items = std::make_shared<WatchedItems>(items_, number,
+                                                    [this, program](ItemCall call)
+                                                    {
+                                                        call.isOnMain =
+                                                            programs_.at(program).main->isCurrent();
+                                                        judge_.itemCalled(call);
+                                                    });
         trace_("host ", number, " begins");
         auto services = servicesOf(number, items);
         hosts_.push_back(std::make_unique<Host>(number, programs_.at(program), std::move(services),
@@ -298,12 +303,14 @@ private:
     {
         trace_("news for host ", host, ", kind ", static_cast<int>(delivery));
         mayDiffer_ |= delivery != Delivery::once && delivery != Delivery::again;
+        judge_.hostIsTold(host);
         announcements_.deliver(host, delivery);
     }
 
     void flood(int host)
     {
         trace_("a flood of news for host ", host);
+        judge_.hostIsTold(host);
         for (int count = 0; count < 40; ++count)
         {
             announcements_.deliver(host, Delivery::again);

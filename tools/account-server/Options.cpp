@@ -158,6 +158,8 @@ std::variant<Settings, ReadMailbox, Done> parseOptions(int count, const char* co
 {
     CLI::App app(purpose, "tessera-account-server");
     app.footer(epilogue);
+    app.set_version_flag("--version", "tessera-account-server " TESSERA_VERSION,
+                         "Show the version and end");
     app.fallthrough();
     Values values;
     values.settings.state = defaultState();
@@ -179,6 +181,11 @@ std::variant<Settings, ReadMailbox, Done> parseOptions(int count, const char* co
     catch (const CLI::CallForHelp&)
     {
         std::cout << app.help();
+        return Done{static_cast<int>(ExitCode::success)};
+    }
+    catch (const CLI::CallForVersion& version)
+    {
+        std::cout << version.what() << "\n";
         return Done{static_cast<int>(ExitCode::success)};
     }
     catch (const CLI::ParseError& error)

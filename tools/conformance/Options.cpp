@@ -40,6 +40,8 @@ std::variant<Settings, Done> parseOptions(int count, const char* const* argument
 {
     CLI::App app(purpose, "tessera-conformance");
     app.footer(epilogue);
+    app.set_version_flag("--version", "tessera-conformance " TESSERA_VERSION,
+                         "Show the version and end");
     Settings settings;
     double seconds = std::chrono::duration<double>(settings.timeLimit).count();
     app.add_option("FOLDER", settings.folders, "Folders with data files")->required();
@@ -56,6 +58,11 @@ std::variant<Settings, Done> parseOptions(int count, const char* const* argument
     catch (const CLI::CallForHelp&)
     {
         std::cout << app.help();
+        return Done{static_cast<int>(ExitCode::success)};
+    }
+    catch (const CLI::CallForVersion& version)
+    {
+        std::cout << version.what() << "\n";
         return Done{static_cast<int>(ExitCode::success)};
     }
     catch (const CLI::ParseError& error)

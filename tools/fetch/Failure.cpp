@@ -23,7 +23,7 @@ std::string nextStep(Code code)
     switch (code)
     {
         case Code::connectionRefused:
-            return "Check that the server runs and that the network is connected.";
+            return commandline::connectionAdvice();
         case Code::timeout:
             return "Allow more time with --time-limit, or try again later.";
         case Code::tooLarge:

@@ -26,12 +26,36 @@ void occupyStandardDescriptors()
             ::open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY);
 }
 
+/// The last subcommand that was recognised, or the program itself.
+const CLI::App& innermost(const CLI::App& app)
+{
+    const auto parsed = app.get_subcommands();
+    return parsed.empty() ? app : innermost(*parsed.front());
+}
+
+/// Named if it can be no code and no address, and stands where no passphrase could.
+std::string unknownCommand(const std::string& word, const CLI::App& parent)
+{
+    const auto fits = [](char c) { return (c >= 'a' && c <= 'z') || c == '-'; };
+    const bool isNearTop =
+        parent.get_parent() == nullptr || parent.get_parent()->get_parent() == nullptr;
+    if (!isNearTop || !std::ranges::all_of(word, fits))
+        return "There is no such command.";
+    return "The command \"" + word + "\" is not known.";
+}
+
 std::string sentence(const CLI::ParseError& error, const CLI::App& app)
 {
+    const auto extras = app.remaining(true);
+    const auto& parent = innermost(app);
+    // What follows a command that is mistyped is meant for that command.
+    if (parent.get_require_subcommand_min() > 0 && !extras.empty() &&
+        !extras.front().starts_with('-'))
+        return unknownCommand(extras.front(), parent);
     const bool isExtra = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
     // An option that is mistyped explains what is missing, too.
     if (isExtra || dynamic_cast<const CLI::RequiredError*>(&error) != nullptr)
-        for (const auto& extra : app.remaining(true))
+        for (const auto& extra : extras)
             if (extra.starts_with("--") && extra.size() > 2)
                 return "The option " + extra.substr(0, extra.find('=')) + " is not known here.";
     if (isExtra)

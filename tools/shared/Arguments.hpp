@@ -20,8 +20,8 @@ void prepareStandardDescriptors();
 
 /// Reads the arguments into what the parser was told of. Returns the help or the version where they
 /// are asked for, and nothing else is to be done then. Refuses what is wrong in the parser's words;
-/// of what it did not expect, only an option's name is repeated: the rest may be a code or an
-/// address.
+/// of what it did not expect, only the name of an option or of a command is repeated: the rest may
+/// be a code or an address.
 std::optional<std::string> parse(CLI::App& app, int count, const char* const* arguments);
 
 /// Whether `--json` is among the arguments, for errors in the others.

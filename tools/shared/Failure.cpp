@@ -2,6 +2,8 @@
 
 #include "Platform/Coding/Text.hpp"
 
+#include <cstdlib>
+
 namespace commandline
 {
 namespace
@@ -60,6 +62,16 @@ Report report(ExitCode exitCode, const platform::LocalizedError& error, const st
     constexpr std::size_t longest = 500;
     return {exitCode, error.what(), platform::abbreviated(message, longest),
             platform::abbreviated(next.empty() ? rest : next, longest)};
+}
+
+std::string connectionAdvice()
+{
+    for (const char* name : {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
+        if (const char* proxy = std::getenv(name); proxy != nullptr && *proxy != '\0')
+            return "Check that the server runs and that the network is connected; unless the "
+                   "server is on this machine, also the proxy that " +
+                   std::string(name) + " names.";
+    return "Check that the server runs and that the network is connected.";
 }
 
 Report unexpected(const std::exception& error)

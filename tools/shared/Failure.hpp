@@ -65,6 +65,10 @@ private:
 Report report(ExitCode exitCode, const platform::LocalizedError& error,
               const std::string& next = {});
 
+/// What to do where no connection was made. A proxy of the environment is named, never shown: its
+/// address may hold a password.
+std::string connectionAdvice();
+
 /// What is told of an error of which nothing more is known.
 Report unexpected(const std::exception& error);
 Report unexpected();

@@ -40,15 +40,26 @@ Result requestCode(Run& run)
     return {.verb = Verb::requestCode};
 }
 
+/// Mails group the digits, and what is copied brings the blanks around it along.
+SecretString withoutBlanks(const SecretString& text)
+{
+    SecretString rest;
+    rest.reserve(text.size());
+    for (const char& c : text.view())
+        if (std::string_view(" \t\r\n\v\f").find(c) == std::string_view::npos)
+            rest.append({&c, 1});
+    return rest;
+}
+
 SecretString codeFor(Run& run)
 {
     if (run.command.code)
-        return *run.command.code;
+        return withoutBlanks(*run.command.code);
     if (!canAsk())
         throw Failure({ExitCode::usage, "noCode",
                        "There is no terminal at which the code could be asked for.",
                        "Give the code with --code."});
-    auto code = askSecretly("Code from the mail: ", run.interrupts);
+    auto code = withoutBlanks(askSecretly("Code from the mail: ", run.interrupts));
     if (code.empty())
         throw Failure({ExitCode::declined, "noAnswer", "No code was given.",
                        "Run the command again and type the code from the mail."});
@@ -252,14 +263,19 @@ Result carryOut(Run& run)
 }
 
 /// The failure that is being handled, with what lay behind it.
-Failure explained(Host& host)
+Failure explained(Run& run)
 {
     auto report = reportOf(std::current_exception());
-    const auto unasked = host.unasked();
+    // Calls for a session end with it, whoever ended it.
+    if (report.exitCode == ExitCode::interrupted && run.interrupts.signal() == 0)
+        return Failure({ExitCode::signInNeeded, "sessionChanged",
+                        "Another program signed in or out meanwhile.",
+                        "See \"tessera status\"; to sign in again, ask for a new code."});
+    const auto unasked = run.host.unasked();
     // More exact than what the layers below made of it.
     if (unasked && report.exitCode == ExitCode::keychain)
         return Failure(*unasked);
-    report.diagnostics = host.diagnostics();
+    report.diagnostics = run.host.diagnostics();
     return Failure(std::move(report));
 }
 
@@ -276,7 +292,7 @@ Result perform(const Command& command, Interrupts& interrupts)
     }
     catch (...)
     {
-        throw explained(run.host);
+        throw explained(run);
     }
 }
 

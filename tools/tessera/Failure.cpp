@@ -25,13 +25,31 @@ Report report(const platform::URLError& error)
     using Code = platform::URLError::Code;
     std::string next;
     if (error.code() == Code::connectionRefused)
-        next = "Check that the server runs and that the network is connected.";
+        next = connectionAdvice();
     if (error.code() == Code::tls)
         next = "Check the date of this machine and the authority in the environment file.";
     if (error.code() == Code::invalidMethod || error.code() == Code::invalidHeader)
         return report(ExitCode::internal, error);
     const bool byAddress = error.code() == Code::insecureURL;
     return report(byAddress ? ExitCode::environment : ExitCode::network, error, next);
+}
+
+/// The server's own advice, but where this program knows better and where there is none.
+std::string nextStep(const AccountRemoteError& error, const std::string& advice)
+{
+    const auto* other =
+        error.code() ? std::get_if<AccountRemoteError::OtherCode>(&*error.code()) : nullptr;
+    const std::string_view code = other != nullptr ? std::string_view(other->text) : "";
+    if (code == "invalid_email")
+        return "Check --email.";
+    if (code == "revision_not_current")
+        return "See the current revision with \"tessera info\".";
+    if (!advice.empty())
+        return advice;
+    // Only a limit, and a fault of the server, pass with time.
+    if (code.starts_with("too_many_") || code == "internal_error" || code == "mail_failed")
+        return "Try again later.";
+    return "Check what the command was given, or ask whoever runs the server.";
 }
 
 Report report(const AccountRemoteError& error)
@@ -45,8 +63,7 @@ Report report(const AccountRemoteError& error)
     if (error.is(noConsent))
         return report(ExitCode::refused, error, "Accept the terms with \"tessera consent\".");
     auto refused = report(ExitCode::refused, error);
-    if (refused.next.empty())
-        refused.next = "Try again later.";
+    refused.next = nextStep(error, refused.next);
     return refused;
 }
 

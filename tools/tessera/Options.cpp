@@ -30,7 +30,8 @@ Exit codes:
     3  the environment file cannot be read, or a field of it cannot be used
     4  network: no connection, no trusted connection, time limit, not HTTP, ...
     5  the server refused
-    6  a sign-in is needed: there is no session, it has ended, or it is too old for this
+    6  a sign-in is needed: there is no session, it has ended, or it is too old for this; or another
+       program signed in or out meanwhile
     7  verification: a token is not the server's, or is for another program or user
     9  a question was not answered, with no, or with a wrong passcode
    10  the keychain cannot be used, or refuses the access

@@ -36,6 +36,7 @@ const std::vector<Fault>& faults()
 {
     static const std::vector<Fault> all{
         answer("AsyncURLSessionDataTaskDecodingError.errorTypeMismatch", 500, "oh"),
+        answer("AsyncURLSessionDataTaskDecodingError.errorTypeMismatch", 502, ""),
         answer("AsyncURLSessionDataTaskDecodingError.errorTypeMismatch", 302, "moved"),
         answer("AccountRemoteError.unauthorized", 401, R"({"code":"unauthorized","message":"No"})"),
         breaks(URLError::Code::connectionLost),

@@ -153,15 +153,19 @@ void SessionHost::signOut()
     machine.settle();
 }
 
-std::shared_ptr<Call<AccountState>> SessionHost::signIn()
+platform::Awaitable<AccountState> SessionHost::callSignIn()
 {
-    auto work = onMain(
+    return onMain(
         [this]
         {
             return account->signIn(platform::SecretString("anna@example.org"),
                                    platform::SecretString("123456"));
         });
-    return start<AccountState>(std::move(work));
+}
+
+std::shared_ptr<Call<AccountState>> SessionHost::signIn()
+{
+    return start<AccountState>(callSignIn());
 }
 
 std::shared_ptr<Call<void>> SessionHost::refresh(bool force)

@@ -89,8 +89,14 @@ public:
     template <class T>
     std::shared_ptr<Call<T>> start(platform::Awaitable<T> work)
     {
+        return startOn<T>(executor_, std::move(work));
+    }
+    template <class T>
+    std::shared_ptr<Call<T>> startOn(const platform::Executor& executor,
+                                     platform::Awaitable<T> work)
+    {
         auto call = std::make_shared<Call<T>>();
-        task_ = platform::start<T>(executor_, std::move(work), [call](platform::Outcome<T> outcome)
+        task_ = platform::start<T>(executor, std::move(work), [call](platform::Outcome<T> outcome)
                                    { call->end(std::move(outcome)); });
         return call;
     }
@@ -109,6 +115,7 @@ public:
     void launch();
     void activate();
     void signOut();
+    platform::Awaitable<tessera::AccountState> callSignIn();
     std::shared_ptr<Call<tessera::AccountState>> signIn();
     std::shared_ptr<Call<void>> refresh(bool force = true);
 

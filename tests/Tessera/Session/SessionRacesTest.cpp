@@ -237,6 +237,29 @@ TEST_F(Races, WhatASupersededSignInHasStoredIsShownIfTheNextOneAdoptsNothing)
     }
 }
 
+TEST_F(Races, WhatWasStoredBeforeASignOutDoesNotComeBackWithASignInThatFails)
+{
+    using enum ScriptedKeychain::Operation;
+    for (const bool isReadable : {true, false})
+    {
+        Machine fresh;
+        SessionHost program(fresh);
+        program.signIn();
+        fresh.settle();
+        program.network->started.back()->answer(200, program.token("anna"));
+        while (!program.stored("Token"))
+            fresh.executor.drain(1);
+        program.keychain->answer(deleteMatching, platform::KeychainStatus::interactionNotAllowed);
+        if (!isReadable)
+            program.keychain->answer(copyMatching, platform::KeychainStatus::interactionNotAllowed);
+        program.onMainDo([&] { program.account->signOut(); });
+        EXPECT_EQ(text(program.account->state()), "signedOut");
+        const auto call = program.signIn();
+        program.answerRefused("/auth");
+        EXPECT_EQ(program.state(), "signedOut");
+    }
+}
+
 TEST_F(Races, ASecondSignInThatFailsResumesWhatTheFirstInterrupted)
 {
     host.store("Token", host.token("bert"));
@@ -300,6 +323,36 @@ TEST_F(Races, ASignOutThatTheKeychainRefusesIsReportedAndHidesNoOtherSignIn)
     host.activate();
     machine.advance(1);
     EXPECT_EQ(host.state(), "pending:bert");
+
+    // What could not even be read does not come back, either, when a sign-in fails.
+    host.launchAgain();
+    machine.items->fail(platform::KeychainStatus::notAvailable);
+    host.launch();
+    host.signOut();
+    machine.items->fail(std::nullopt);
+    host.signIn();
+    machine.settle();
+    host.activate();
+    host.answerRefused("/auth");
+    EXPECT_EQ(host.state(), "signedOut");
+}
+
+TEST_F(Races, OfTwoSignInsTheLaterCallCounts)
+{
+    // They are awaited on another thread, and reach the main thread in either order.
+    const auto worker = platform::executorOf(machine.executor.addQueue("worker"));
+    for (const bool inOrder : {true, false})
+    {
+        host.launchAgain();
+        platform::Awaitable<AccountState> made[] = {host.callSignIn(), host.callSignIn()};
+        std::shared_ptr<Call<AccountState>> calls[2];
+        for (const int number : {inOrder ? 0 : 1, inOrder ? 1 : 0})
+            calls[number] = host.startOn<AccountState>(worker, std::move(made[number]));
+        machine.settle();
+        EXPECT_EQ(calls[0]->error(), "CancellationError");
+        host.answerSignIn("anna");
+        EXPECT_TRUE(calls[1]->succeeded()) << calls[1]->error();
+    }
 }
 
 TEST_F(Races, HandlersThatSignOutAreHeardInOrder)
@@ -437,6 +490,19 @@ TEST_F(Races, DeletionEndsTheSessionThatItMeantAndNoOther)
     EXPECT_EQ(text(signIn->value()), "signedIn:bert/remote");
     EXPECT_TRUE(call->succeeded());
     EXPECT_EQ(host.state(), "signedIn:bert/remote");
+
+    // A sign-in that fails has begun behind the server's answer.
+    host.signInAs("anna");
+    call = deleteAccount();
+    machine.settle();
+    host.network->started.back()->answer(204, "");
+    while (host.background->size() > 0)
+        host.background->runHead();
+    host.onMainDo([&] { host.account->authenticate(SecretString("bad")); });
+    machine.settle();
+    EXPECT_EQ(call->error(), "CancellationError");
+    EXPECT_EQ(host.state(), "signedOut");
+    EXPECT_EQ(host.stored("Token"), std::nullopt);
 }
 
 TEST_F(Races, AFloodOfAnnouncementsIsFollowedThoughReadsAreSlow)
@@ -459,4 +525,17 @@ TEST_F(Races, AFloodOfAnnouncementsIsFollowedThoughReadsAreSlow)
         machine.clock->advance(100'000);
     }
     EXPECT_LT(announcements, 5'000);
+
+    // Behind a store that somebody else holds for a minute, there is one read.
+    machine.advance(1);
+    for (int tenths = 0; tenths < 600; ++tenths)
+    {
+        other->setString("minute " + std::to_string(tenths), "net.ostra.account.token.touched");
+        other->synchronize();
+        machine.announcements.deliverAll();
+        machine.clock->advance(100'000'000);
+        while (host.main->size() > 0)
+            host.main->runHead();
+    }
+    EXPECT_LE(host.storage->size(), 2U);
 }

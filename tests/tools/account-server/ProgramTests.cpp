@@ -45,6 +45,7 @@ TEST(Program, TellsByItsExitCodeAndOneSentenceWhatIsWrong)
         int exitCode;
     } cases[] = {
         {"--help", 0},
+        {"--version", 0},
         {"--port none" + fresh, 2},
         {"--client Editor" + fresh, 2},
         {"--algorithm HS256" + fresh, 2},

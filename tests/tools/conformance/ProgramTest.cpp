@@ -57,6 +57,7 @@ TEST_F(ConformanceProgram, TellsByItsExitCodeAndOneSentenceHowItWent)
         const char* arguments;
         int exitCode;
     } rows[] = {{"--help", 0},
+                {"--version", 0},
                 {"good", 0},
                 {"good bad", 1},
                 {"bad --filter AQ", 0},

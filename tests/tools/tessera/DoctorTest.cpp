@@ -19,14 +19,19 @@ using testing::Not;
 
 constexpr auto canary = "VAL_KeychainCanaryUsername";
 
-/// What the doctor says about one thing, as "state: text"; "" where it says nothing.
+/// What the doctor says about one thing, as "state: text" and the next step; "" where it says
+/// nothing.
 std::string told(const boost::json::value& report, const std::string& name)
 {
     std::string all;
     for (const auto& finding : report.at("findings").as_array())
         if (finding.at("name").as_string() == name)
+        {
             all += std::string(finding.at("state").as_string()) + ": " +
                    std::string(finding.at("text").as_string()) + "\n";
+            if (const auto* next = finding.as_object().if_contains("next"))
+                all += std::string(next->as_string()) + "\n";
+        }
     return all;
 }
 
@@ -167,6 +172,22 @@ TEST(Doctor, NamesEachFaultOfFoldersAndFiles)
          [](const auto& home) { fs::permissions(home.data, fs::perms(0755)); }},
         {"key open to others", "embedded.key", "open to others (mode 0644)",
          [](const auto& home) { fs::permissions(home.key, fs::perms(0644)); }},
+        {"data folder that takes nothing", "embedded.dataFolder",
+         "cannot be written.\nAllow it with: chmod u+rwx",
+         [](const auto& home)
+         {
+             fs::remove_all(home.data);
+             fs::create_directory(home.data);
+             fs::permissions(home.data, fs::perms(0500));
+         }},
+        {"no place for the data folder", "embedded.dataFolder", "data cannot be written",
+         [](const auto& home)
+         {
+             fs::remove_all(home.data.parent_path());
+             fs::permissions(home.folder.path() / "data", fs::perms(0500));
+         }},
+        {"database that takes nothing", "embedded.database", "cannot be written.",
+         [](const auto& home) { fs::permissions(home.database, fs::perms(0400)); }},
         {"folder behind a link", "embedded.dataFolder", "is a symbolic link",
          [](const auto& home)
          {
@@ -181,6 +202,8 @@ TEST(Doctor, NamesEachFaultOfFoldersAndFiles)
          }},
         {"key missing", "embedded.keyMissing", "keychain.key is missing",
          [](const auto& home) { fs::remove(home.key); }},
+        {"key of nonsense", "embedded.read", "If there is none, the items are lost",
+         [](const auto& home) { accountserver::writeFile(home.key, std::string(200, 'x')); }},
         {"database missing", "embedded.read", "missing",
          [](const auto& home) { fs::remove(home.database); }},
         {"database of nonsense", "embedded.read", "damaged",

@@ -20,6 +20,8 @@ struct ErrorCase
     std::string className;
     std::string name;
     std::string fault = "";
+    /// A part of what a person is told.
+    std::string said = "";
 };
 
 /// The same failure, told to a person and to a script.
@@ -44,6 +46,7 @@ void expectTold(const Stage& stage, const ErrorCase& error)
     EXPECT_TRUE(forPeople.errors.starts_with("tessera: "));
     EXPECT_TRUE(forPeople.errors.ends_with(".\n"));
     EXPECT_EQ(forPeople.errors.find('\n'), forPeople.errors.size() - 1);
+    EXPECT_THAT(forPeople.errors, HasSubstr(error.said));
     EXPECT_THAT(forPeople.errors, Not(HasSubstr("\x1B")));
     EXPECT_THAT(forPeople.errors, Not(HasSubstr("secret")));
 
@@ -73,6 +76,9 @@ TEST(CommandLine, TellsTheClassOfEachErrorByItsExitCode)
 
     const ErrorCase cases[] = {
         {"no command", {}, 2, "usage", "usage"},
+        {"unknown command", {"statsu", "--history"}, 2, "usage", "usage", "", "\"statsu\""},
+        {"address for a command", {"secret@example.org"}, 2, "usage", "usage", "", "--help"},
+        {"passphrase for a command", {"keychain", "passphrase", "secret"}, 2, "usage", "usage"},
         {"unknown option", plus(info, {"--tokn=secret"}), 2, "usage", "usage"},
         {"no server", {"info"}, 2, "usage", "usage"},
         {"two servers", plus(info, {"--preset", "directPreview"}), 2, "usage", "usage"},
@@ -93,6 +99,10 @@ TEST(CommandLine, TellsTheClassOfEachErrorByItsExitCode)
         {"half an answer", info, 4, "network", "URLError.truncated", on(R"("half","in":"body")")},
         {"wrong code", plus(signIn, {"--code", "secret"}), 5, "refused",
          "AccountRemoteError.other"},
+        {"no address", stage.with({"request-code", "--email", "secret"}), 5, "refused",
+         "AccountRemoteError.other", "", "Check --email."},
+        {"other terms", plus(stage.with({"consent"}), {"--revision", "secret"}), 5, "refused",
+         "AccountRemoteError.other", "", "tessera info"},
         {"terminal commands in the server's words", info, 5, "refused", "AccountRemoteError.other",
          on(R"("status","body":"{\"code\":\"x\",\"message\":\"a\\u001b[2J\\nb\"}")")},
         {"no error record", info, 5, "refused",

@@ -56,6 +56,19 @@ TEST(CommandLine, TellsThatACallTakesLongAndEndsItOnInterrupt)
     EXPECT_THAT(terminal.screen(), HasSubstr("cancelled"));
 }
 
+TEST(CommandLine, TellsAnEndByAnotherProgramFromAnInterrupt)
+{
+    const Stage stage;
+    stage.signIn();
+    stage.server.control("POST /faults", R"({"path":"/v2/account","kind":"delay","delay":60000})");
+    AtTerminal terminal(stage.with({"info"}), stage.surroundings);
+    ASSERT_TRUE(terminal.shows("Waiting for localhost ...")) << terminal.screen();
+    stage.tessera({"sign-out"});
+
+    EXPECT_EQ(terminal.end(), 6) << terminal.screen();
+    EXPECT_THAT(terminal.screen(), HasSubstr("Another program signed in or out"));
+}
+
 TEST(CommandLine, DeletesOnlyWhatWasConfirmed)
 {
     const Stage stage;
