@@ -257,6 +257,8 @@ private:
     const std::shared_ptr<AccountHistory> history_;
 
     TaskSlot environmentTokenChangeTask;
+    /// The reads that it may make; more than one where another program has announced a change.
+    int lookReads_ = 0;
     TaskSlot accountRefreshRetryTask;
     TaskSlot refreshTask;
     TaskSlot restoreTask_;
@@ -282,7 +284,8 @@ private:
         bool refresh = false;
         /// Only asked for, and to be made if it is due then.
         bool activation = false;
-        bool tokenChange = false;
+        /// The reads of a look for a changed token.
+        int look = 0;
     };
     Interrupted interrupted_;
 

@@ -24,6 +24,7 @@ void Account::Session::keysChanged(const platform::ExternalKeyValueChange& chang
 
 void Account::Session::lookForTokenChange(int reads)
 {
+    lookReads_ = reads;
     environmentTokenChangeTask.start(main_, pollToken(shared_from_this(), reads));
 }
 

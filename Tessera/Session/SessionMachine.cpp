@@ -199,14 +199,14 @@ void SessionMachine::tokenLeftBehind(std::optional<platform::SecretBytes> token)
     if (token)
         known_ = KnownToken{std::move(token), true};
     else if (known_)
-        known_->leftBehind = true;
+        known_->leftBehind = known_->isGuessed = true;
 }
 
 void SessionMachine::tokenStoredTooLate(Generation begun, platform::SecretBytes token)
 {
     // A sign-out since has found it, and has removed it if it could.
     const bool wasSignedOut = begun < lastSignOut_;
-    if (wasSignedOut && (!known_ || known_->leftBehind))
+    if (wasSignedOut && (!known_ || known_->isGuessed))
         tokenLeftBehind(std::move(token));
     else if (!wasSignedOut && signingIn_)
         tokenKnown(std::move(token));

@@ -148,6 +148,8 @@ private:
     {
         std::optional<platform::SecretBytes> token;
         bool leftBehind = false;
+        /// It could not be read when it was left behind.
+        bool isGuessed = false;
     };
 
     SessionOrders assign(AccountState state, AccountTransitionCause cause);

@@ -43,10 +43,11 @@ platform::Awaitable<void> Account::Session::deleteAccount()
     return operation<void>(Belongs::toSession, std::move(work));
 }
 
-/// A sign-in that is under way goes on first; it may have another session to show for it.
+/// A sign-in that is under way goes on first; it may have another session to show for it. A
+/// `deauthenticate` ends whatever there is.
 void Account::Session::endDeleted()
 {
-    if (!deleted_ || machine.signingIn())
+    if (!deleted_ || machine.signingIn() || deauthenticating_)
         return;
     const auto token = *std::exchange(deleted_, std::nullopt);
     signOutOf(token, AccountTransitionCause::deleted);

@@ -2,6 +2,8 @@
 #include "Tessera/Model/AccountError.hpp"
 #include "Tessera/Session/SessionCalls.hpp"
 
+#include <algorithm>
+
 namespace tessera
 {
 
@@ -16,7 +18,8 @@ Generation Account::Session::signInBegins()
     interrupted_.restore |= restoreTask_.isRunning();
     interrupted_.refresh |= refreshTask.isRunning() || accountRefreshRetryTask.isRunning() ||
                             afterConsentTask_.isRunning();
-    interrupted_.tokenChange |= environmentTokenChangeTask.isRunning();
+    if (environmentTokenChangeTask.isRunning())
+        interrupted_.look = std::max(interrupted_.look, lookReads_);
     const auto generation = machine.signInBegins();
     environmentTokenChangeTask.cancel();
     generationBegins();
@@ -43,8 +46,8 @@ void Account::Session::signInEnds()
     else if (interrupted.refresh ||
              (interrupted.activation && machine.refreshesOnActivation(now())))
         startRefresh();
-    if (interrupted.tokenChange && !environmentTokenChangeTask.isRunning())
-        lookForTokenChange(4);
+    if (interrupted.look > 0 && !environmentTokenChangeTask.isRunning())
+        lookForTokenChange(interrupted.look);
 }
 
 platform::Awaitable<AccountState> Account::Session::signIn(SecretString email, SecretString code)

@@ -113,6 +113,11 @@ KeychainStatus WatchedItems::deleteMatching(const platform::ItemPattern& pattern
 
 std::optional<KeychainStatus> WatchedItems::refusal(Kind kind)
 {
+    if (locked_ > 0)
+    {
+        --locked_;
+        return KeychainStatus::interactionNotAllowed;
+    }
     if (!fault_ || fault_->first != kind)
         return std::nullopt;
     return std::exchange(fault_, std::nullopt)->second;

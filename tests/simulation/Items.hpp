@@ -64,7 +64,13 @@ public:
     {}
 
     void failNext(ItemCall::Kind kind, Status status) { fault_ = {kind, status}; }
-    void failNothing() { fault_.reset(); }
+    /// Refuses so many calls, of whatever kind.
+    void lock(int calls) { locked_ = calls; }
+    void failNothing()
+    {
+        fault_.reset();
+        locked_ = 0;
+    }
 
     Status add(const platform::KeychainItem& item) override;
     Status replace(const platform::ItemPattern& old, const platform::KeychainItem& item) override;
@@ -89,6 +95,7 @@ private:
     const int host_;
     const OnCall onCall_;
     std::optional<std::pair<ItemCall::Kind, Status>> fault_;
+    int locked_ = 0;
 };
 
 }  // namespace simulation

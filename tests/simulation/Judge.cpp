@@ -369,7 +369,9 @@ void Judge::tokenRemoved(HostRecord& host, const ItemCall& made)
     else
     {
         host.removalFailed = true;
-        host.leftBehind = storedToken_;
+        // What differs from what it knew, or is being told of, may be another program's: followed.
+        if (!host.isBeingTold && (!host.known || *host.known == storedToken_))
+            host.leftBehind = storedToken_;
     }
 }
 
@@ -473,6 +475,7 @@ void Judge::settled(const std::vector<std::shared_ptr<Transfer>>& open)
         complainIf(infoRequests > 1, "two requests for the information at the same time");
         if (host.isReleased)
             continue;
+        host.isBeingTold = false;
         complainIf(host.owedSignedOut > 0, "a sign-out of host ", number, " was not published");
         judgeStored(number, host);
         judgeStoredInfo(host);

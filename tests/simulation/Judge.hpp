@@ -80,6 +80,7 @@ struct HostRecord
     bool removalFailed = false;
     /// What a sign-out could not remove, while nobody has told of anything newer.
     const Text* leftBehind = nullptr;
+    bool isBeingTold = false;
     /// The stored information may be anybody's, for a reason.
     bool isInfoExcused = false;
 
@@ -140,7 +141,11 @@ public:
     void hostIsReleased(int host) { of(host).isBeingReleased = true; }
     void hostEnds(int host) { of(host).isReleased = true; }
     /// It hears of a change.
-    void hostIsTold(int host) { of(host).leftBehind = nullptr; }
+    void hostIsTold(int host)
+    {
+        of(host).leftBehind = nullptr;
+        of(host).isBeingTold = true;
+    }
     int callBegins(int host, CallKind kind, const Text* given);
     bool hasEnded(int number) { return call(number).ends > 0; }
     bool isRunning(int host, CallKind kind) const;

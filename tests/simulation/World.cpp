@@ -326,6 +326,12 @@ private:
             trace_("the next announcement of host ", host.number(), " fails");
             return announcements_.failNext(host.number());
         }
+        if (random_.oneIn(6))
+        {
+            const int calls = 2 + static_cast<int>(random_.below(6));
+            trace_("the keychain of host ", host.number(), " is locked for ", calls, " calls");
+            return host.items().lock(calls);
+        }
         constexpr std::array kinds{ItemCall::Kind::read, ItemCall::Kind::write,
                                    ItemCall::Kind::removal};
         constexpr std::array statuses{KeychainStatus::notAvailable, KeychainStatus::inputOutput,

@@ -335,6 +335,22 @@ TEST_F(Races, ASignOutThatTheKeychainRefusesIsReportedAndHidesNoOtherSignIn)
     host.activate();
     host.answerRefused("/auth");
     EXPECT_EQ(host.state(), "signedOut");
+
+    // Nor does it when the sign-in has interrupted the look.
+    host.launchAgain();
+    host.store("Token", host.token("bert"));
+    machine.items->fail(platform::KeychainStatus::notAvailable);
+    host.launch();
+    host.signOut();
+    machine.items->fail(std::nullopt);
+    host.onMainDo(
+        [&]
+        {
+            host.account->applicationDidBecomeActive();
+            host.account->authenticate(SecretString("bad"));
+        });
+    machine.advance(10);
+    EXPECT_EQ(host.state(), "signedOut");
 }
 
 TEST_F(Races, OfTwoSignInsTheLaterCallCounts)
@@ -501,6 +517,20 @@ TEST_F(Races, DeletionEndsTheSessionThatItMeantAndNoOther)
     host.onMainDo([&] { host.account->authenticate(SecretString("bad")); });
     machine.settle();
     EXPECT_EQ(call->error(), "CancellationError");
+    EXPECT_EQ(host.state(), "signedOut");
+    EXPECT_EQ(host.stored("Token"), std::nullopt);
+
+    // One that ends whatever there is has begun, and needs not read it.
+    host.signInAs("anna");
+    call = deleteAccount();
+    machine.settle();
+    host.network->started.back()->answer(204, "");
+    while (host.background->size() > 0)
+        host.background->runHead();
+    host.keychain->answer(ScriptedKeychain::Operation::copyMatching,
+                          platform::KeychainStatus::interactionNotAllowed);
+    host.onMainDo([&] { host.account->deauthenticate(); });
+    machine.settle();
     EXPECT_EQ(host.state(), "signedOut");
     EXPECT_EQ(host.stored("Token"), std::nullopt);
 }
