@@ -369,8 +369,8 @@ void Judge::tokenRemoved(HostRecord& host, const ItemCall& made)
     else
     {
         host.removalFailed = true;
-        // What differs from what it knew, or is being told of, may be another program's: followed.
-        if (!host.isBeingTold && (!host.known || *host.known == storedToken_))
+        // What it has not shown, or is being told of, may be another program's new one: followed.
+        if (!host.isBeingTold && (!host.known || host.stateToken == storedToken_))
             host.leftBehind = storedToken_;
     }
 }
