@@ -48,13 +48,15 @@ std::shared_ptr<AccountHistory> historyOf(const AccountEnvironment& environment,
         services.diagnostics);
 }
 
-/// What only tells once more what the last line says would push out the lines that tell why.
+/// What only tells once more what the last line says would push out the lines that tell why, or
+/// hide them: a copy of the program that follows a sign-out writes here, too.
 void keep(const AccountHistory& history, const AccountTransition& transition)
 {
     using Cause = AccountTransitionCause;
     const auto cause = transition.cause;
     const bool repeatsItsState = cause == Cause::restored || cause == Cause::noStoredSession ||
-                                 cause == Cause::refreshed || cause == Cause::refreshFailed;
+                                 cause == Cause::refreshed || cause == Cause::refreshFailed ||
+                                 cause == Cause::otherProgramSignedOut;
     if (repeatsItsState || cause == Cause::refreshRefused)
     {
         const auto known = history.read();

@@ -1,5 +1,7 @@
 #include "tests/Tessera/Session/SessionHost.hpp"
 
+#include "tests/support/TemporaryFolder.hpp"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -126,6 +128,29 @@ TEST_F(Programs, RestoreOnceWhenALaunchMeetsASignInThatIsFollowed)
             program.network->started, [](const auto& transfer) { return !transfer->ended(); });
         EXPECT_EQ(program.state(), isAsking ? "pending:anna" : "signedOut") << pieces;
     }
+}
+
+TEST_F(Programs, ThatAreCopiesOfOneTellInTheirHistoryWhoSignedOut)
+{
+    const TemporaryFolder folder;
+    SessionHost copy(machine);
+    copy.services.keyValueStore = machine.announcements.device(1);
+    for (auto* program : {&editor, &copy})
+    {
+        program->services.stateFolder = folder.path() / "state";
+        program->launchAgain();
+        program->launch();
+    }
+    editor.signInAs("anna");
+    machine.advance(1);
+    editor.signOut();
+    machine.announcements.deliverAll();
+    machine.advance(1);
+    ASSERT_EQ(copy.state(), "signedOut");
+    auto reading = editor.onMain([&] { return editor.account->history(); });
+    const auto read = editor.start<std::vector<AccountTransition>>(std::move(reading));
+    machine.settle();
+    EXPECT_EQ(read->value().back().cause, AccountTransitionCause::signedOut);
 }
 
 TEST_F(Programs, WaitForTheKeychainToCatchUpAndGiveUpAfterFourReads)
