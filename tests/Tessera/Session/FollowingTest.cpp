@@ -147,10 +147,23 @@ TEST_F(Programs, ThatAreCopiesOfOneTellInTheirHistoryWhoSignedOut)
     machine.announcements.deliverAll();
     machine.advance(1);
     ASSERT_EQ(copy.state(), "signedOut");
-    auto reading = editor.onMain([&] { return editor.account->history(); });
-    const auto read = editor.start<std::vector<AccountTransition>>(std::move(reading));
-    machine.settle();
-    EXPECT_EQ(read->value().back().cause, AccountTransitionCause::signedOut);
+    const auto lastCause = [&]
+    {
+        auto reading = editor.onMain([&] { return editor.account->history(); });
+        const auto read = editor.start<std::vector<AccountTransition>>(std::move(reading));
+        machine.settle();
+        return read->value().back().cause;
+    };
+    EXPECT_EQ(lastCause(), AccountTransitionCause::signedOut);
+
+    // What the destructor carries out is told, too.
+    copy.release();
+    editor.signInAs("anna");
+    editor.onMainDo([&] { editor.account->deauthenticate(); });
+    editor.launchAgain();
+    editor.launch();
+    EXPECT_EQ(editor.state(), "signedOut");
+    EXPECT_EQ(lastCause(), AccountTransitionCause::deauthenticated);
 }
 
 TEST_F(Programs, WaitForTheKeychainToCatchUpAndGiveUpAfterFourReads)
