@@ -32,7 +32,9 @@ constexpr std::uint64_t mostMemory = 1ULL << 30;
 
 [[noreturn]] void refuseDamaged()
 {
-    refuse("The key file is damaged.", "Put back a copy of keychain.key that fits the database.");
+    refuse("The key file is damaged.",
+           "Put back a copy of keychain.key that fits the database. If there is none, the items "
+           "are lost: remove both files to start anew.");
 }
 
 std::array<std::byte, checksumSize> checksum(std::span<const std::byte> bytes)

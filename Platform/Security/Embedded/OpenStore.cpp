@@ -15,7 +15,7 @@ FileFacts requireFacts(const std::filesystem::path& file)
     const auto facts = privateFactsOf(file);
     if (!facts)
         throw StoreFault(KeychainStatus::notAvailable, file.string() + " is missing.",
-                         "Put back a copy of the keychain's files.");
+                         "Put back a copy of the keychain's files, or remove them to start anew.");
     return *facts;
 }
 

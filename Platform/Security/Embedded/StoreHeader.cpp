@@ -63,9 +63,10 @@ StoreHeader StoreHeader::decoded(std::span<const std::byte> record, const Master
                              std::to_string(currentFormat) + ".",
                          "Use a newer version of the program.");
     if (header.keyName != key.name())
-        throw StoreFault(KeychainStatus::notAvailable,
-                         "The key file is not the one of the keychain file.",
-                         "Put back the keychain.key that belongs to keychain.db.");
+        throw StoreFault(
+            KeychainStatus::notAvailable, "The key file is not the one of the keychain file.",
+            "Put back the keychain.key that belongs to keychain.db. If there is none, the "
+            "items are lost: remove both files to start anew.");
     const auto log = fields.number<std::uint32_t>();
     header.items = fields.number<std::uint64_t>();
     ItemMark sum{};

@@ -66,22 +66,11 @@ Finding formatFound(const platform::EmbeddedContent& found)
                 " of all programs."};
 }
 
-/// Where a copy is all that helps, not everybody has one.
-std::string withoutCopy(const std::string& next, const platform::StorePlaces& places)
-{
-    if (!next.starts_with("Put back ") || next.find(", or ") != std::string::npos)
-        return next;
-    return next + " If there is none, the items are lost: move " + places.dataFolder.string() +
-           " and " + places.key.string() + " away, and programs start anew.";
-}
-
-Finding asFinding(const Report& report, const platform::StorePlaces& places)
+Finding asFinding(const Report& report)
 {
     if (report.diagnostics.empty())
         return {"embedded.read", State::fault, report.message, report.next};
-    auto finding = faultFrom("embedded.read", report.diagnostics.front());
-    finding.next = withoutCopy(finding.next, places);
-    return finding;
+    return faultFrom("embedded.read", report.diagnostics.front());
 }
 
 std::string replaced(std::string text, const std::string& old, const std::string& replacement)
@@ -104,7 +93,7 @@ void examineCopy(const KeychainCommand& command, KeychainHost& host, const Embed
     }
     catch (const Failure& failure)
     {
-        findings.push_back(asFinding(failure.report(), copy.places()));
+        findings.push_back(asFinding(failure.report()));
     }
 }
 
@@ -133,7 +122,7 @@ void examineEmbedded(const KeychainCommand& command, KeychainHost& host,
     }
     catch (const Failure& failure)
     {
-        findings.push_back(asFinding(failure.report(), places));
+        findings.push_back(asFinding(failure.report()));
     }
 }
 
